@@ -1,0 +1,11 @@
+#ifndef APP_COMMANDLINE_H
+#define APP_COMMANDLINE_H
+
+#include <QSettings>
+#include <QStringList>
+
+/// Stores what the command line says in the settings, so that it also holds for later starts. `arguments` begins with
+/// the program name. Each argument is written to the debug output; one that is not known is named there and ignored.
+void applyCommandLine(const QStringList &arguments, QSettings *settings);
+
+#endif

@@ -1,0 +1,44 @@
+#include "app/TarselScreenManager.h"
+
+#include "screens/ScreenTypes.h"
+#include "screens/UpdaterMainScreen.h"
+#include "screens/UpdaterProgressScreen.h"
+
+namespace {
+
+const Qt::WindowFlags screenFlags = Qt::CustomizeWindowHint | Qt::FramelessWindowHint;
+
+// Where the instrument's front panel leaves room on the display.
+const QRect screenGeometry(3, 31, 281, 208);
+
+} // namespace
+
+TarselScreenManager::TarselScreenManager(QWidget *parent, Qt::WindowFlags flags) : QWidget(parent, flags)
+{
+    m_Screens = new QStackedWidget;
+    m_Screens->setWindowFlags(screenFlags);
+    m_Screens->setGeometry(screenGeometry);
+
+    m_ProgressScreen = new UpdaterProgressScreen(this, screenFlags);
+    m_MainScreen = new UpdaterMainScreen(this, screenFlags);
+    m_Screens->insertWidget(MainScreenIndex, m_MainScreen);
+    m_Screens->insertWidget(ProgressScreenIndex, m_ProgressScreen);
+    m_Screens->setCurrentIndex(MainScreenIndex);
+
+    connect(m_MainScreen, SIGNAL(requestChangeScreen(int)), this, SLOT(changeScreen(int)));
+    connect(m_MainScreen, SIGNAL(setUpdateType(int)), m_ProgressScreen, SLOT(setUpdateType(int)));
+    connect(m_ProgressScreen, SIGNAL(requestChangeScreen(int)), this, SLOT(changeScreen(int)));
+
+    m_Screens->show();
+}
+
+TarselScreenManager::~TarselScreenManager()
+{
+    delete m_Screens;
+}
+
+void TarselScreenManager::changeScreen(int index)
+{
+    m_Screens->setCurrentIndex(index);
+    m_Screens->show();
+}

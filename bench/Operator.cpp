@@ -1,0 +1,163 @@
+#include "bench/Operator.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QImage>
+#include <QPainter>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QTextEdit>
+#include <QTextStream>
+#include <QWindow>
+#include <QtDebug>
+#include <QtTest>
+
+#include "bench/PanelMessages.h"
+#include "bench/tools/InstrumentState.h"
+#include "screens/ScreenTypes.h"
+
+namespace {
+
+const QString stateFolder = QString::fromStdString(InstrumentState::directory);
+const QSize displaySize(320, 240);
+const int cameraIntervalMs = 50;
+
+struct Source
+{
+    const char *name;
+    Qt::Key key;
+};
+
+const Source sources[] = {{"pc", Qt::Key_F1}, {"stick", Qt::Key_F2}, {"sd", Qt::Key_F3}};
+
+QStackedWidget *findScreens()
+{
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget *window : windows) {
+        if (auto *screens = qobject_cast<QStackedWidget *>(window))
+            return screens;
+    }
+    return nullptr;
+}
+
+void startOperator()
+{
+    auto *panelOperator = new Operator(QCoreApplication::instance());
+    QTimer::singleShot(0, panelOperator, SLOT(begin()));
+}
+
+} // namespace
+
+// The bench is the program itself with somebody in front of it, who arrives when the application object is built.
+Q_COREAPP_STARTUP_FUNCTION(startOperator)
+
+Operator::Operator(QObject *parent) : QObject(parent)
+{
+    m_RunCamera.setInterval(cameraIntervalMs);
+    connect(&m_RunCamera, SIGNAL(timeout()), this, SLOT(photographRun()));
+}
+
+void Operator::begin()
+{
+    m_Screens = findScreens();
+    m_MessageWindow = m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
+    connect(m_MessageWindow, SIGNAL(textChanged()), this, SLOT(writeDownMessages()));
+
+    const std::vector<InstrumentState::Record> plan = InstrumentState::read(InstrumentState::directory / "operator");
+    if (!plan.empty())
+        carryOutPlan(QString::fromStdString(plan[0].at(0)), QString::fromStdString(plan[0].at(1)));
+}
+
+void Operator::carryOutPlan(const QString &source, const QString &package)
+{
+    if (!QTest::qWaitForWindowActive(m_Screens))
+        qDebug() << "the screens do not get the keyboard";
+    takePicture(QLatin1String("main-screen"));
+    for (const Source &known : sources) {
+        if (source == QLatin1String(known.name))
+            press(known.key);
+    }
+    takePicture(QLatin1String("prompt"));
+    pressF1ForRun();
+    if (isAskedToCopy()) {
+        takePicture(QLatin1String("copy-prompt"));
+        copyToExportedStorage(package);
+        pressF1ForRun();
+    }
+    takePicture(QLatin1String("end"));
+    press(Qt::Key_F1);
+    QApplication::exit(m_Screens->currentIndex() == MainScreenIndex ? 0 : 1);
+}
+
+// A function key pushes its button down for a tenth of a second, and the button acts when it comes up again.
+void Operator::press(Qt::Key key)
+{
+    QTest::keyClick(m_Screens->windowHandle(), key);
+    const QList<QPushButton *> buttons = m_Screens->currentWidget()->findChildren<QPushButton *>();
+    for (const QPushButton *button : buttons) {
+        while (button->isDown())
+            QApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+}
+
+// The program is in the run until the press returns; the camera gets its turn wherever the run processes events.
+void Operator::pressF1ForRun()
+{
+    m_RunCamera.start();
+    press(Qt::Key_F1);
+    m_RunCamera.stop();
+}
+
+void Operator::photographRun()
+{
+    const auto *f1Button = m_Screens->currentWidget()->findChild<QPushButton *>(QLatin1String("F1Button"));
+    if (!f1Button->isEnabled()) {
+        takePicture(QLatin1String("running"));
+        m_RunCamera.stop();
+    }
+}
+
+bool Operator::isAskedToCopy() const
+{
+    const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
+    return !messages.isEmpty() && messages.last().text.startsWith(QLatin1String("Copy the "));
+}
+
+void Operator::copyToExportedStorage(const QString &package)
+{
+    const std::string prefix = "file=";
+    for (const InstrumentState::Record &module : InstrumentState::read(InstrumentState::modules)) {
+        if (module.size() < 2 || module[1].rfind(prefix, 0) != 0)
+            continue;
+        const InstrumentState::Path storage = module[1].substr(prefix.size());
+        const QString folder = QString::fromStdString(InstrumentState::media / storage.filename());
+        QFile::copy(package, folder + QLatin1Char('/') + QFileInfo(package).fileName());
+    }
+}
+
+void Operator::writeDownMessages()
+{
+    QFile file(stateFolder + QLatin1String("/messages"));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return;
+    QTextStream stream(&file);
+    const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
+    for (const PanelMessage &message : messages)
+        stream << message.colour << '\t' << message.text << '\n';
+}
+
+void Operator::takePicture(const QString &name)
+{
+    QImage display(displaySize, QImage::Format_RGB32);
+    display.fill(Qt::black);
+    QPainter painter(&display);
+    painter.drawPixmap(m_Screens->pos(), m_Screens->grab());
+    painter.end();
+
+    ++m_PictureCount;
+    const QString folder = stateFolder + QLatin1String("/pictures");
+    QDir().mkpath(folder);
+    display.save(QString::fromLatin1("%1/%2-%3.png").arg(folder).arg(m_PictureCount).arg(name));
+}

@@ -1,0 +1,43 @@
+#ifndef BENCH_OPERATOR_H
+#define BENCH_OPERATOR_H
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+
+class QStackedWidget;
+class QTextEdit;
+
+/// The person in front of the virtual instrument: chooses the source, presses F1 until the update is over and the main
+/// screen is back, and ends the program then. Keys go through the window system like those of a keyboard. Takes a
+/// picture of the panel at each stage, and writes down what the message window says whenever that changes.
+///
+/// Follows the plan in /run/instrument/operator (source and package, separated by a tab). Without a plan a person
+/// presses the keys, and the operator only writes down.
+class Operator : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Operator(QObject *parent);
+
+protected slots:
+    void begin();
+    void photographRun();
+    void writeDownMessages();
+
+private:
+    void carryOutPlan(const QString &source, const QString &package);
+    void press(Qt::Key key);
+    void pressF1ForRun();
+    bool isAskedToCopy() const;
+    void copyToExportedStorage(const QString &package);
+    void takePicture(const QString &name);
+
+    QStackedWidget *m_Screens = nullptr;
+    QTextEdit *m_MessageWindow = nullptr;
+    QTimer m_RunCamera;
+    int m_PictureCount = 0;
+};
+
+#endif

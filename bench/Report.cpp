@@ -1,0 +1,232 @@
+#include "bench/Report.h"
+
+#include <QCryptographicHash>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <algorithm>
+
+#include "update/UpdatePaths.h"
+
+namespace {
+
+const char successMessage[] = "green\tUpdate complete";
+const char hostPrefix[] = "/run/host/";
+const char erasedByte = '\xFF';
+
+// Folders of the root file system that hold no installed files.
+const char *const passingFolders[] = {"dev", "proc", "run", "tmp", "root", "mnt/update", "mnt/data"};
+
+QByteArray readAll(const QString &fileName)
+{
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray digest(const QByteArray &content)
+{
+    return QCryptographicHash::hash(content, QCryptographicHash::Sha256);
+}
+
+QStringList readLines(const QString &fileName)
+{
+    QStringList lines = QString::fromLocal8Bit(readAll(fileName)).split(QLatin1Char('\n'));
+    if (lines.last().isEmpty())
+        lines.removeLast();
+    for (QString &line : lines) {
+        if (line.endsWith(QLatin1Char('\r')))
+            line.chop(1);
+    }
+    return lines;
+}
+
+bool isInPassingFolder(const QString &path)
+{
+    return std::any_of(std::begin(passingFolders), std::end(passingFolders), [&path](const char *folder) {
+        return path == QLatin1String(folder) || path.startsWith(QLatin1String(folder) + QLatin1Char('/'));
+    });
+}
+
+bool isErased(const QByteArray &content)
+{
+    return std::all_of(content.begin(), content.end(), [](char byte) { return byte == erasedByte; });
+}
+
+void printSection(QTextStream &out, const QString &title, const QStringList &lines)
+{
+    out << title << '\n';
+    for (const QString &line : lines)
+        out << "  " << line << '\n';
+    if (lines.isEmpty())
+        out << "  none\n";
+}
+
+} // namespace
+
+Report::Report(const QString &instrument, const QString &skeleton) : m_Instrument(instrument), m_Skeleton(skeleton)
+{
+    readMessages();
+    digestPayload();
+    readCommandLines();
+}
+
+void Report::print(QTextStream &out) const
+{
+    out << "Command lines\n";
+    for (const Line &line : m_Lines) {
+        out << (line.failed ? "  FAILED  " : "  ok      ") << line.command << '\n';
+        for (const QString &message : line.messages)
+            out << "          " << message << '\n';
+    }
+    printSection(out, QLatin1String("Tools that failed"), failedTools());
+    QStringList flash;
+    for (const char *name : {"mtd0", "mtd1", "mmcblk0"})
+        flash << describeFlash(QLatin1String(name));
+    printSection(out, QLatin1String("Flash"), flash);
+    printSection(out, QLatin1String("Files of the root file system"), changedFiles() + removedFiles());
+    printSection(out, QLatin1String("Left behind"), leftBehind());
+    out << "Last message\n  " << (m_Messages.isEmpty() ? QString() : m_Messages.last().section('\t', 1)) << '\n';
+    out << "Verdict: " << (isGood() ? "good" : "FAILED") << '\n';
+}
+
+bool Report::isGood() const
+{
+    return !m_Messages.isEmpty() && m_Messages.last().startsWith(QLatin1String(successMessage)) &&
+           leftBehind().isEmpty();
+}
+
+void Report::readMessages()
+{
+    m_Messages = readLines(pathOf(InstrumentState::directory / "messages"));
+}
+
+void Report::digestPayload()
+{
+    const QDir package(pathOf(UpdatePaths::packageDirectory.data()));
+    QDirIterator files(package.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QByteArray content = readAll(files.next());
+        m_Payload.insert(digest(content), package.relativeFilePath(files.filePath()));
+        m_PayloadSizes << content.size();
+    }
+    std::sort(m_PayloadSizes.begin(), m_PayloadSizes.end());
+}
+
+// A line is announced in plain text, or is a bad or an unknown one and has a single red message of its own. The red
+// messages behind an announcement are the line's failures.
+void Report::readCommandLines()
+{
+    const QStringList commands = readLines(pathOf(UpdatePaths::commandFile.data()));
+    int next = m_Messages.indexOf(QLatin1String("plain\tExtracting update")) + 1;
+    for (const QString &command : commands) {
+        Line line{command, false, QStringList()};
+        bool announced = false;
+        for (; next > 0 && next < m_Messages.size(); ++next) {
+            const QString text = m_Messages.at(next).section(QLatin1Char('\t'), 1);
+            const bool red = m_Messages.at(next).startsWith(QLatin1String("red\t"));
+            if (announced && (!red || !text.startsWith(QLatin1String("Failed - "))))
+                break;
+            if (red) {
+                line.failed = true;
+                line.messages << text;
+            }
+            announced = true;
+        }
+        if (!announced) {
+            line.failed = true;
+            line.messages << QLatin1String("not carried out");
+        }
+        m_Lines << line;
+    }
+}
+
+QString Report::pathOf(const InstrumentState::Path &path) const
+{
+    return m_Instrument.filePath(QString::fromStdString(path.relative_path()));
+}
+
+QString Report::payloadEqualTo(const QByteArray &content) const
+{
+    return m_Payload.value(digest(content));
+}
+
+// A payload is followed by erased bytes, and may end in some of its own.
+QString Report::describeFlash(const QString &file) const
+{
+    const QByteArray content = readAll(pathOf(InstrumentState::flash / file.toStdString()));
+    const QString label = file + QLatin1String(": ");
+    if (isErased(content))
+        return label + QLatin1String("erased, as delivered");
+    for (const qint64 size : m_PayloadSizes) {
+        if (size > content.size() || !isErased(content.mid(static_cast<int>(size))))
+            continue;
+        const QString payload = payloadEqualTo(content.left(static_cast<int>(size)));
+        if (!payload.isEmpty())
+            return label + QString::fromLatin1("%1 bytes, equal to %2").arg(size).arg(payload);
+    }
+    return label + QLatin1String("written, EQUAL TO NO FILE OF THE PACKAGE");
+}
+
+QStringList Report::changedFiles() const
+{
+    QStringList changes;
+    QDirIterator files(m_Instrument.path(), QDir::Files | QDir::System | QDir::Hidden, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString fileName = files.next();
+        const QString path = m_Instrument.relativeFilePath(fileName);
+        if (isInPassingFolder(path) || QFileInfo(fileName).symLinkTarget().startsWith(QLatin1String(hostPrefix)) ||
+            path == QLatin1String("usr/bin/ubiformat") || path == QLatin1String("mnt/ubiData/backfile"))
+            continue;
+        const QByteArray content = readAll(fileName);
+        const bool delivered = m_Skeleton.exists(path);
+        if (delivered && readAll(m_Skeleton.filePath(path)) == content)
+            continue;
+        const QString payload = payloadEqualTo(content);
+        changes << QString::fromLatin1("%1 /%2, %3 bytes%4")
+                       .arg(QLatin1String(delivered ? "changed" : "new"), path)
+                       .arg(content.size())
+                       .arg(payload.isEmpty() ? QString() : QLatin1String(", equal to ") + payload);
+    }
+    changes.sort();
+    return changes;
+}
+
+QStringList Report::removedFiles() const
+{
+    QStringList removals;
+    QDirIterator files(m_Skeleton.path(), QDir::Files, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        const QString path = m_Skeleton.relativeFilePath(files.next());
+        if (!m_Instrument.exists(path))
+            removals << QLatin1String("removed /") + path;
+    }
+    return removals;
+}
+
+QStringList Report::leftBehind() const
+{
+    QStringList leftovers;
+    const QStringList mounts = readLines(pathOf(InstrumentState::mounts));
+    for (const QString &mount : mounts.mid(1))
+        leftovers << QLatin1String("mounted: ") + mount.section(QLatin1Char('\t'), 0, 1);
+    for (const QString &module : readLines(pathOf(InstrumentState::modules)))
+        leftovers << QLatin1String("module loaded: ") + module;
+    for (const QString &loop : readLines(pathOf(InstrumentState::loops)))
+        leftovers << QLatin1String("loop device attached: ") + loop;
+    return leftovers;
+}
+
+// Releasing what is not there is part of every update and no news.
+QStringList Report::failedTools() const
+{
+    QStringList failures;
+    for (const QString &call : readLines(pathOf(InstrumentState::calls))) {
+        const QString commandLine = call.section(QLatin1Char('\t'), 1);
+        const bool release =
+            commandLine.startsWith(QLatin1String("umount ")) || commandLine.startsWith(QLatin1String("losetup -d "));
+        if (!call.startsWith(QLatin1String("0\t")) && !release)
+            failures
+                << QString::fromLatin1("%1 (exit code %2)").arg(commandLine, call.section(QLatin1Char('\t'), 0, 0));
+    }
+    return failures;
+}

@@ -1,0 +1,82 @@
+#include "screens/UpdaterProgressScreen.h"
+
+#include <QScrollBar>
+#include <QSettings>
+#include <QtDebug>
+
+#include "screens/ScreenTypes.h"
+
+UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags) : QWidget(parent, flags)
+{
+    ui.setupUi(this);
+
+    connect(ui.F1Button, SIGNAL(clicked()), this, SLOT(F1Clicked()));
+    connect(ui.F3Button, SIGNAL(clicked()), this, SLOT(F3Clicked()));
+    connect(ui.F4Button, SIGNAL(clicked()), this, SLOT(F4Clicked()));
+
+    m_UpdateType = UpdateViaPc;
+    m_UpdateState = StatePcConnect;
+    m_SystemType = SYSTEM_NAND;
+
+    const QSettings settings;
+    m_PicUpdateEnabled = settings.value(QLatin1String("PicEnable"), false).toBool();
+    m_AvrUpdateEnabled = settings.value(QLatin1String("AvrEnable"), false).toBool();
+    qDebug().nospace() << "\nm_PicUpdateEnabled: " << m_PicUpdateEnabled;
+    qDebug().nospace() << "\nm_AvrUpdateEnabled: " << m_AvrUpdateEnabled;
+}
+
+void UpdaterProgressScreen::F3Clicked()
+{
+    ui.progressMessageWindow->verticalScrollBar()->triggerAction(QAbstractSlider::SliderSingleStepSub);
+}
+
+void UpdaterProgressScreen::F4Clicked()
+{
+    ui.progressMessageWindow->verticalScrollBar()->triggerAction(QAbstractSlider::SliderSingleStepAdd);
+}
+
+void UpdaterProgressScreen::showPrompt(const QString &text)
+{
+    ui.progressMessageWindow->setText(text);
+    ui.progressMessageWindow->repaint();
+}
+
+void UpdaterProgressScreen::appendLine(const QString &text)
+{
+    ui.progressMessageWindow->append(text);
+    ui.progressMessageWindow->repaint();
+}
+
+void UpdaterProgressScreen::appendFailure(const QString &text)
+{
+    appendLine(QLatin1String("<p style=\"color:red\">") + text + QLatin1String("</p>"));
+}
+
+void UpdaterProgressScreen::appendSuccess(const QString &text)
+{
+    appendLine(QLatin1String("<p style=\"color:green\">") + text + QLatin1String("</p>"));
+}
+
+void UpdaterProgressScreen::appendFirstPercentage()
+{
+    appendLine(tr("<p style=\"color:orange\">0% </p>"));
+}
+
+// The window's last edit is the percentage before this one, so undoing it makes the place for the new one.
+void UpdaterProgressScreen::replacePercentage(int percentComplete)
+{
+    ui.progressMessageWindow->undo();
+    ui.progressMessageWindow->append(QString::fromLatin1("<p style=\"color:orange\">%1%</p>").arg(percentComplete));
+    QScrollBar *scrollBar = ui.progressMessageWindow->verticalScrollBar();
+    scrollBar->setValue(scrollBar->maximum());
+    ui.progressMessageWindow->repaint();
+}
+
+/// True for the result 0; any other result is shown as a failure.
+bool UpdaterProgressScreen::succeeded(int result, const QString &failureText)
+{
+    if (result == 0)
+        return true;
+    appendFailure(failureText);
+    return false;
+}

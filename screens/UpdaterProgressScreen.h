@@ -1,0 +1,99 @@
+#ifndef SCREENS_UPDATERPROGRESSSCREEN_H
+#define SCREENS_UPDATERPROGRESSSCREEN_H
+
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+
+#include "ui_UpdaterProgressScreen.h"
+
+/// Which root file system the package is for.
+enum SYSTEM_TYPE { SYSTEM_SDCARD = 0, SYSTEM_NAND = 1, SYSTEM_UNKNOWN = 2 };
+
+/// What the next press of F1 does.
+enum UPDATE_STATE {
+    StatePcConnect = 0,   ///< open the PC connection
+    StateMemoryStick = 1, ///< mount the memory stick and update
+    StateSdCard = 2,      ///< mount the SD card and update
+    StateFinished = 3,    ///< go back to the main screen
+    StatePcConnected = 4  ///< close the PC connection, mount what the PC wrote to and update
+};
+
+/// The second screen: the message window, the function keys below it, and the whole update engine. The members of each
+/// step are in the source file of its own folder.
+class UpdaterProgressScreen : public QWidget
+{
+    Q_OBJECT
+
+public:
+    UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags);
+
+signals:
+    /// Asks for the screen at `newIndex` (ScreenIndex) to be shown.
+    void requestChangeScreen(int newIndex);
+
+protected slots:
+    /// One step of the update sequence.
+    void F1Clicked();
+    /// Scrolls the messages up by a line.
+    void F3Clicked();
+    /// Scrolls the messages down by a line.
+    void F4Clicked();
+    /// Prepares the sequence for the source `updateType` (UpdateType) and shows its prompt.
+    void setUpdateType(int updateType);
+
+private:
+    // Messages: each is on the display before the call returns, because the next step may block for minutes.
+    void showPrompt(const QString &text);
+    void appendLine(const QString &text);
+    void appendFailure(const QString &text);
+    void appendSuccess(const QString &text);
+    void appendFirstPercentage();
+    void replacePercentage(int percentComplete);
+    bool succeeded(int result, const QString &failureText);
+
+    // update/UpdateSequence.cpp: what F1 does
+    void openPcConnection();
+    void closePcConnection();
+    void updateFromExportedStorage();
+    void updateFromMemoryStick();
+    void updateFromSdCard();
+    bool mountMemoryStick();
+    void endSequence(const QString &failureText);
+
+    // update/UpdateRun.cpp: the package on the mounted medium, from finding to cleaning up
+    void performUpdate();
+    void abandonUpdate(const QString &failureText);
+    void cleanUpMedium();
+
+    // update/CommandInterpreter.cpp: update_config, line by line. All return true unless the line failed.
+    struct Command;
+    static const Command commands[];
+    bool processCommandList(QStringList commandLines);
+    bool processCommandLine(const QString &commandLine);
+    void finaliseUpdate();
+    bool processSystem(const QString &argument);
+    bool processApp(const QString &argument);
+    bool processKernel(const QString &argument);
+    bool processImage(const QString &argument);
+    bool processFile(const QString &argument);
+    bool processScript(const QString &argument);
+    QString remountCommand() const;
+
+    // update/Writers.cpp: each runs its tools until the first that fails; 0 when all succeeded, else -1
+    int updateSDCARDKernel(QString fileName);
+    int updateNANDKernel(QString fileName);
+    int updateUbiImage(QString fileName);
+    int updateRootfs(QString fileName);
+
+    Ui_UpdaterProgressScreen ui;
+    int m_UpdateType;
+    int m_UpdateState;
+    SYSTEM_TYPE m_SystemType;
+    bool m_PicUpdateEnabled;
+    bool m_AvrUpdateEnabled;
+    QString m_UpdateDrive;
+    QString currentDevicePart; ///< the storage that the PC was last given
+};
+
+#endif

@@ -1,0 +1,3 @@
+#include "screens/VersionString.h"
+
+QString versionString = QLatin1String("$Version: 2.1 $");

@@ -1,0 +1,41 @@
+#ifndef TESTS_INSTRUMENT_H
+#define TESTS_INSTRUMENT_H
+
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+
+/// The virtual instrument as a test sees it from inside its sandbox: what is in its slots, which tools fail, which were
+/// called. Made anew, in its delivered state, for each test function.
+class Instrument
+{
+public:
+    Instrument();
+
+    /// Puts an empty medium with a file system on `device` ("sda1", "mmcblk0p4", "backfile") in place; returns its
+    /// folder.
+    QString insertMedium(const QString &device) const;
+    void removeMedium(const QString &device) const;
+
+    /// Makes a package with `commandFile` as its update_config, and `files` (path in the package, content; executable
+    /// when the content begins with "#!"), by tar and bzip2. `topFolder` is the folder in the archive.
+    void makePackage(const QString &fileName, const QByteArray &commandFile,
+                     const QList<QPair<QString, QByteArray>> &files = {},
+                     const QString &topFolder = QLatin1String("firmware_update")) const;
+
+    /// Lets every call whose command line begins with `commandLine` fail.
+    void failTool(const QString &commandLine, int exitCode = 1) const;
+    void mendTools() const;
+
+    /// The command lines of the tools called since the last call of this function, in order.
+    QStringList takeCalls();
+
+    static QByteArray contentOf(const QString &fileName);
+    static void write(const QString &fileName, const QByteArray &content);
+
+private:
+    int m_CallsTaken = 0;
+};
+
+#endif

@@ -1,0 +1,36 @@
+#ifndef TESTS_PANEL_H
+#define TESTS_PANEL_H
+
+#include <QStringList>
+#include <Qt>
+
+#include "app/TarselScreenManager.h"
+
+class QPushButton;
+class QTextEdit;
+
+/// The program's screens as the operator meets them: keys go in, lines of the message window come out.
+class Panel
+{
+public:
+    Panel();
+
+    /// Presses a function key and waits until what it started is over.
+    void press(Qt::Key key);
+
+    /// The lines of the message window, red, green and orange ones behind their colour ("red: Failed - ...").
+    QStringList messages() const;
+    QStringList redMessages() const;
+    QString lastMessage() const;
+
+    bool showsMainScreen() const;
+    QWidget *window() const;
+    QTextEdit *messageWindow() const;
+    QPushButton *button(const char *name) const;
+
+private:
+    TarselScreenManager m_Manager;
+    QStackedWidget *m_Screens;
+};
+
+#endif

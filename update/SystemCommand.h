@@ -1,0 +1,10 @@
+#ifndef UPDATE_SYSTEMCOMMAND_H
+#define UPDATE_SYSTEMCOMMAND_H
+
+#include <QString>
+
+/// Splits `commandLine` at its blanks, starts the program directly (no shell) and waits for its end. Its output passes
+/// through. Returns its exit code; nonzero also when it cannot be started (an empty line included) or crashes.
+int runSystemCommand(const QString &commandLine);
+
+#endif

@@ -1,0 +1,106 @@
+// The update run: finds the one package on the mounted medium, unpacks it, has its command file carried out, cleans up.
+
+#include <QDir>
+#include <QFile>
+#include <QTextStream>
+
+#include "screens/ScreenTypes.h"
+#include "screens/UpdaterProgressScreen.h"
+#include "update/SystemCommand.h"
+#include "update/UpdatePaths.h"
+
+namespace {
+
+const QLatin1String packageDirectoryName("firmware_update");
+
+// Several packages are as bad as none: the updater never chooses among them. Empty unless there is exactly one.
+QString findPackage()
+{
+    const QStringList packages = QDir(UpdatePaths::mountPoint).entryList(QStringList(UpdatePaths::packagePattern));
+    return packages.size() == 1 ? packages.first() : QString();
+}
+
+int unpack(const QString &package)
+{
+    return runSystemCommand(QLatin1String("tar jxvf ") + UpdatePaths::mountPoint + QLatin1Char('/') + package +
+                            QLatin1String(" -C ") + UpdatePaths::unpackDirectory);
+}
+
+QStringList readLines(QIODevice *file)
+{
+    QStringList lines;
+    QTextStream stream(file);
+    while (!stream.atEnd())
+        lines << stream.readLine();
+    return lines;
+}
+
+// Directories are listed too; deleting one as a file fails, and it stays.
+void deleteFiles(QDir directory)
+{
+    const QStringList names = directory.entryList();
+    for (const QString &name : names)
+        directory.remove(name);
+}
+
+void detachLoopDevice()
+{
+    runSystemCommand(QLatin1String("losetup -d /dev/loop0"));
+}
+
+} // namespace
+
+void UpdaterProgressScreen::performUpdate()
+{
+    ui.F1Button->setEnabled(false);
+    appendLine(tr("Extracting update\n"));
+
+    const QString package = findPackage();
+    if (package.isEmpty())
+        return abandonUpdate(tr("Could not find update file, press F1 to return to the main screen\n"));
+    if (unpack(package) != 0)
+        return abandonUpdate(tr("Failed to extract update files, press F1 to return to the main screen\n"));
+    QFile commandFile(UpdatePaths::commandFile);
+    if (!commandFile.open(QIODevice::ReadOnly | QIODevice::Text))
+        return abandonUpdate(tr("Failed to open update file, press F1 to return to the main screen\n"));
+
+    const bool allSucceeded = processCommandList(readLines(&commandFile));
+
+    appendLine(tr("Removing temporary files\n"));
+    commandFile.close();
+    cleanUpMedium();
+
+    if (allSucceeded)
+        appendSuccess(tr("Update complete, restart the system or press F1 to return to the main screen\n"));
+    else
+        appendFailure(tr("Some of the updates failed, press F1 to return to the main screen\n"));
+    ui.F1Button->setEnabled(true);
+    m_UpdateState = StateFinished;
+    ui.progressMessageWindow->setFocus();
+}
+
+/// The run cannot begin. The medium stays mounted until the next F1; a loop device is given back now, or the next
+/// attempt could not attach it again.
+void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
+{
+    ui.F1Button->setEnabled(true);
+    appendFailure(failureText);
+    if (m_UpdateType == UpdateViaPc)
+        detachLoopDevice();
+    m_UpdateState = StateFinished;
+}
+
+/// The storage that a PC wrote to belongs to the unit and is emptied; the operator's own medium is only released.
+void UpdaterProgressScreen::cleanUpMedium()
+{
+    if (m_UpdateType == UpdateViaPc) {
+        QDir medium(UpdatePaths::mountPoint);
+        deleteFiles(QDir(medium.filePath(packageDirectoryName)));
+        deleteFiles(medium);
+        medium.rmdir(packageDirectoryName);
+        runSystemCommand(QLatin1String("sync"));
+    }
+    runSystemCommand(QLatin1String("umount /mnt/update"));
+    if (m_UpdateType == UpdateViaPc)
+        detachLoopDevice();
+}

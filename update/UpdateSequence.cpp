@@ -1,0 +1,152 @@
+// What the F1 key does on the progress screen: prepare and mount the update medium, then hand over to the update run.
+
+#include "screens/ScreenTypes.h"
+#include "screens/UpdaterProgressScreen.h"
+#include "update/SystemCommand.h"
+
+namespace {
+
+// The storage that a PC is given: by choice a file that holds a FAT file system, else the SD card's update partition.
+const char backingFile[] = "/mnt/ubiData/backfile";
+const char sdCardPartition[] = "/dev/mmcblk0p4";
+
+int runSystemCommand(const char *commandLine)
+{
+    return runSystemCommand(QString::fromLatin1(commandLine));
+}
+
+int exportStorage(const char *storage)
+{
+    return runSystemCommand(QLatin1String("modprobe g_mass_storage file=") + QLatin1String(storage));
+}
+
+int mountUpdateDrive(const QString &drive)
+{
+    return runSystemCommand(QLatin1String("mount ") + drive + QLatin1String(" /mnt/update"));
+}
+
+} // namespace
+
+void UpdaterProgressScreen::setUpdateType(int updateType)
+{
+    m_UpdateType = updateType;
+    switch (updateType) {
+    case UpdateViaPc:
+        m_UpdateState = StatePcConnect;
+        showPrompt(tr("Attach the unit to the PC via the USB cable provided then press F1\n"));
+        break;
+    case UpdateViaMemoryStick:
+        m_UpdateState = StateMemoryStick;
+        showPrompt(
+            tr("Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1\n"));
+        break;
+    case UpdateViaSdCard:
+        m_UpdateState = StateSdCard;
+        showPrompt(tr("Insert an SD card containing the update_firmware.tar.bz2 file into the unit then press F1\n"));
+        break;
+    default:
+        break;
+    }
+}
+
+void UpdaterProgressScreen::F1Clicked()
+{
+    // Releases what an earlier run may have left mounted; most of the time there is nothing, and that is no failure.
+    runSystemCommand("umount /mnt/update");
+
+    switch (m_UpdateState) {
+    case StatePcConnect:
+        openPcConnection();
+        break;
+    case StateMemoryStick:
+        updateFromMemoryStick();
+        break;
+    case StateSdCard:
+        updateFromSdCard();
+        break;
+    case StateFinished:
+        emit requestChangeScreen(MainScreenIndex);
+        break;
+    case StatePcConnected:
+        closePcConnection();
+        break;
+    default:
+        break;
+    }
+}
+
+void UpdaterProgressScreen::openPcConnection()
+{
+    appendLine(tr("Initialising PC connection"));
+    if (runSystemCommand("modprobe fsl_usb2_udc") != 0)
+        return endSequence(tr("Failed to initialise USB Device Controller press F1 to return to the main screen\n"));
+
+    if (exportStorage(backingFile) == 0) {
+        appendLine(tr("Copy the firmware_update_tar.bz2 file to the unit and press F1\n"));
+        currentDevicePart = QLatin1String(backingFile);
+        m_UpdateState = StatePcConnected;
+    } else if (exportStorage(sdCardPartition) == 0) {
+        appendLine(tr("Copy the update_firmware.tar.bz2 file to the unit and press F1\n"));
+        currentDevicePart = QLatin1String(sdCardPartition);
+        m_UpdateState = StatePcConnected;
+    } else {
+        endSequence(tr("Failed to initialise PC connection press F1 to return to the main screen\n"));
+    }
+}
+
+void UpdaterProgressScreen::closePcConnection()
+{
+    if (runSystemCommand("rmmod g_mass_storage") != 0)
+        return endSequence(tr("Failed to close PC connection, press F1 to return to the main screen\n"));
+    if (runSystemCommand("rmmod fsl_usb2_udc") != 0)
+        return endSequence(tr("Failed to close USB device controller, press F1 to return to the main screen\n"));
+
+    appendLine(tr("Processing update\n"));
+    updateFromExportedStorage();
+}
+
+void UpdaterProgressScreen::updateFromExportedStorage()
+{
+    if (currentDevicePart == QLatin1String(backingFile)) {
+        // The PC sees a disk: its FAT file system begins behind the first 4096 bytes.
+        if (runSystemCommand("losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile") != 0)
+            return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
+        if (runSystemCommand("mount -t vfat /dev/loop0 /mnt/update") != 0)
+            return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
+    } else if (mountUpdateDrive(currentDevicePart) != 0) {
+        return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
+    }
+    performUpdate();
+}
+
+void UpdaterProgressScreen::updateFromMemoryStick()
+{
+    appendLine(tr("Processing update\n"));
+    if (!mountMemoryStick())
+        return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
+    performUpdate();
+}
+
+// A stick holds its file system either on the whole disk or in its first partition.
+bool UpdaterProgressScreen::mountMemoryStick()
+{
+    m_UpdateDrive = QLatin1String("/dev/sda");
+    if (mountUpdateDrive(m_UpdateDrive) == 0)
+        return true;
+    m_UpdateDrive += QLatin1Char('1');
+    return mountUpdateDrive(m_UpdateDrive) == 0;
+}
+
+void UpdaterProgressScreen::updateFromSdCard()
+{
+    appendLine(tr("Processing update\n"));
+    if (mountUpdateDrive(QLatin1String(sdCardPartition)) != 0)
+        return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
+    performUpdate();
+}
+
+void UpdaterProgressScreen::endSequence(const QString &failureText)
+{
+    appendFailure(failureText);
+    m_UpdateState = StateFinished;
+}
