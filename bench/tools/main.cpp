@@ -15,7 +15,7 @@
 
 namespace {
 
-const std::string linkFolder = "/run/bench/bin/";
+const std::string linkFolder = "/run/instrument/bin/";
 const std::string realFolder = "/usr/bin/";
 const int cannotBeStarted = 127;
 
