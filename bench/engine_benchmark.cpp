@@ -1,0 +1,97 @@
+// What the update engine itself costs for each command line: message, repaint and process start. Every line runs a
+// program that does nothing; an update without lines, which has the same waits, is taken off. Runs in the sandbox.
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QStackedWidget>
+#include <QTextStream>
+#include <sys/resource.h>
+
+#include "app/TarselScreenManager.h"
+#include "bench/tools/InstrumentState.h"
+#include "screens/ScreenTypes.h"
+#include "screens/UpdaterProgressScreen.h"
+
+namespace {
+
+const int referenceLines = 100;
+const int mostLines = 10000;
+const double growthGoal = 1.5;
+
+void makePackage(int lines)
+{
+    QDir().mkpath(QLatin1String("/tmp/new/firmware_update"));
+    QFile::copy(QLatin1String("/usr/bin/true"), QLatin1String("/tmp/new/firmware_update/nothing"));
+    QFile commandFile(QLatin1String("/tmp/new/firmware_update/update_config"));
+    if (commandFile.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        for (int line = 0; line < lines; ++line)
+            commandFile.write("SCRIPT:/nothing\n");
+    }
+    commandFile.close();
+    const QString card = QString::fromStdString(InstrumentState::media / "mmcblk0p4");
+    QProcess::execute(QLatin1String("/usr/bin/tar"), QStringList() << QLatin1String("cjf")
+                                                                   << card + QLatin1String("/firmware_update.tar.bz2")
+                                                                   << QLatin1String("-C") << QLatin1String("/tmp/new")
+                                                                   << QLatin1String("firmware_update"));
+}
+
+double secondsOfUpdate(int lines)
+{
+    makePackage(lines);
+    TarselScreenManager manager(nullptr, Qt::FramelessWindowHint);
+    QStackedWidget *screens = nullptr;
+    const QWidgetList windows = QApplication::topLevelWidgets();
+    for (QWidget *window : windows) {
+        if (window->isVisible())
+            screens = qobject_cast<QStackedWidget *>(window);
+    }
+    auto *screen = screens->findChild<UpdaterProgressScreen *>();
+    QMetaObject::invokeMethod(screen, "setUpdateType", Q_ARG(int, UpdateViaSdCard));
+    screens->setCurrentIndex(ProgressScreenIndex);
+    QApplication::processEvents();
+
+    QElapsedTimer timer;
+    timer.start();
+    QMetaObject::invokeMethod(screen, "F1Clicked");
+    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
+}
+
+/// From the start of the program until it has shown its screen and ended again.
+double secondsOfStart(const QString &program)
+{
+    InstrumentState::write(InstrumentState::directory / "operator", {{"nobody", "-"}});
+    QElapsedTimer timer;
+    timer.start();
+    QProcess::execute(program, QStringList());
+    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const QApplication application(argc, argv);
+    QTextStream out(stdout);
+    const double start = secondsOfStart(QApplication::applicationDirPath() + QLatin1String("/updater-bench"));
+    rusage usage{};
+    getrusage(RUSAGE_CHILDREN, &usage);
+
+    const double withoutLines = secondsOfUpdate(0);
+    double reference = 0;
+    double growth = 0;
+    for (const int lines : {10, referenceLines, 1000, mostLines}) {
+        const double perLine = (secondsOfUpdate(lines) - withoutLines) / lines;
+        out << lines << " lines: " << perLine * 1e6 << " us a line\n";
+        out.flush();
+        if (lines == referenceLines)
+            reference = perLine;
+        growth = perLine / reference;
+    }
+    out << "figure engine.start_ms " << start * 1e3 << " -\n";
+    out << "figure engine.peak_memory_kib " << usage.ru_maxrss << " -\n";
+    out << "figure engine.growth " << growth << ' ' << growthGoal << '\n';
+    return 0;
+}
