@@ -10,11 +10,10 @@
 #include <QStackedWidget>
 #include <QTextEdit>
 #include <QTextStream>
-#include <QWindow>
 #include <QtDebug>
 #include <QtTest>
 
-#include "bench/PanelMessages.h"
+#include "bench/PanelAccess.h"
 #include "bench/tools/InstrumentState.h"
 #include "screens/ScreenTypes.h"
 
@@ -31,16 +30,6 @@ struct Source
 };
 
 const Source sources[] = {{"pc", Qt::Key_F1}, {"stick", Qt::Key_F2}, {"sd", Qt::Key_F3}};
-
-QStackedWidget *findScreens()
-{
-    const QWidgetList windows = QApplication::topLevelWidgets();
-    for (QWidget *window : windows) {
-        if (auto *screens = qobject_cast<QStackedWidget *>(window))
-            return screens;
-    }
-    return nullptr;
-}
 
 void startOperator()
 {
@@ -79,7 +68,7 @@ void Operator::carryOutPlan(const QString &source, const QString &package)
     takePicture(QLatin1String("main-screen"));
     for (const Source &known : sources) {
         if (source == QLatin1String(known.name))
-            press(known.key);
+            pressFunctionKey(m_Screens, known.key);
     }
     takePicture(QLatin1String("prompt"));
     pressF1ForRun();
@@ -89,26 +78,15 @@ void Operator::carryOutPlan(const QString &source, const QString &package)
         pressF1ForRun();
     }
     takePicture(QLatin1String("end"));
-    press(Qt::Key_F1);
+    pressFunctionKey(m_Screens, Qt::Key_F1);
     QApplication::exit(m_Screens->currentIndex() == MainScreenIndex ? 0 : 1);
-}
-
-// A function key pushes its button down for a tenth of a second, and the button acts when it comes up again.
-void Operator::press(Qt::Key key)
-{
-    QTest::keyClick(m_Screens->windowHandle(), key);
-    const QList<QPushButton *> buttons = m_Screens->currentWidget()->findChildren<QPushButton *>();
-    for (const QPushButton *button : buttons) {
-        while (button->isDown())
-            QApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
 }
 
 // The program is in the run until the press returns; the camera gets its turn wherever the run processes events.
 void Operator::pressF1ForRun()
 {
     m_RunCamera.start();
-    press(Qt::Key_F1);
+    pressFunctionKey(m_Screens, Qt::Key_F1);
     m_RunCamera.stop();
 }
 

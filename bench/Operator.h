@@ -28,7 +28,6 @@ protected slots:
 
 private:
     void carryOutPlan(const QString &source, const QString &package);
-    void press(Qt::Key key);
     void pressF1ForRun();
     bool isAskedToCopy() const;
     void copyToExportedStorage(const QString &package);

@@ -6,11 +6,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
-#include <QStackedWidget>
 #include <QTextStream>
 #include <sys/resource.h>
 
-#include "app/TarselScreenManager.h"
 #include "bench/tools/InstrumentState.h"
 #include "screens/ScreenTypes.h"
 #include "screens/UpdaterProgressScreen.h"
@@ -41,21 +39,14 @@ void makePackage(int lines)
 double secondsOfUpdate(int lines)
 {
     makePackage(lines);
-    TarselScreenManager manager(nullptr, Qt::FramelessWindowHint);
-    QStackedWidget *screens = nullptr;
-    const QWidgetList windows = QApplication::topLevelWidgets();
-    for (QWidget *window : windows) {
-        if (window->isVisible())
-            screens = qobject_cast<QStackedWidget *>(window);
-    }
-    auto *screen = screens->findChild<UpdaterProgressScreen *>();
-    QMetaObject::invokeMethod(screen, "setUpdateType", Q_ARG(int, UpdateViaSdCard));
-    screens->setCurrentIndex(ProgressScreenIndex);
+    UpdaterProgressScreen screen(nullptr, Qt::FramelessWindowHint);
+    QMetaObject::invokeMethod(&screen, "setUpdateType", Q_ARG(int, UpdateViaSdCard));
+    screen.show();
     QApplication::processEvents();
 
     QElapsedTimer timer;
     timer.start();
-    QMetaObject::invokeMethod(screen, "F1Clicked");
+    QMetaObject::invokeMethod(&screen, "F1Clicked");
     return static_cast<double>(timer.nsecsElapsed()) / 1e9;
 }
 

@@ -92,7 +92,7 @@ QStringList Instrument::takeCalls()
     QStringList commandLines;
     for (const InstrumentState::Record &call : InstrumentState::read(InstrumentState::calls))
         commandLines << QString::fromStdString(call.at(1));
-    const QStringList taken = commandLines.mid(m_CallsTaken);
+    QStringList taken = commandLines.mid(m_CallsTaken);
     m_CallsTaken = commandLines.size();
     return taken;
 }

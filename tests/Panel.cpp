@@ -1,44 +1,21 @@
 #include "tests/Panel.h"
 
-#include <QApplication>
 #include <QPushButton>
 #include <QTextEdit>
-#include <QWindow>
 #include <QtTest>
 
-#include "bench/PanelMessages.h"
+#include "bench/PanelAccess.h"
 #include "screens/ScreenTypes.h"
 
-namespace {
-
-QStackedWidget *visibleScreens()
-{
-    const QWidgetList windows = QApplication::topLevelWidgets();
-    for (QWidget *window : windows) {
-        auto *screens = qobject_cast<QStackedWidget *>(window);
-        if (screens != nullptr && screens->isVisible())
-            return screens;
-    }
-    return nullptr;
-}
-
-} // namespace
-
-Panel::Panel() : m_Manager(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint), m_Screens(visibleScreens())
+Panel::Panel() : m_Manager(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint), m_Screens(findScreens())
 {
     if (!QTest::qWaitForWindowActive(m_Screens))
         QFAIL("the screens do not get the keyboard");
 }
 
-// A function key pushes its button down for a moment; the button acts when it comes up again.
 void Panel::press(Qt::Key key)
 {
-    QTest::keyClick(m_Screens->windowHandle(), key);
-    const QList<QPushButton *> buttons = m_Screens->currentWidget()->findChildren<QPushButton *>();
-    for (const QPushButton *pressed : buttons) {
-        while (pressed->isDown())
-            QApplication::processEvents(QEventLoop::WaitForMoreEvents);
-    }
+    pressFunctionKey(m_Screens, key);
 }
 
 QStringList Panel::messages() const

@@ -19,6 +19,7 @@ class SequenceTest : public QObject
 private slots:
     void sdCardIsMountedAndUpdatedFrom();
     void memoryStickIsTriedAsWholeDiskThenByItsFirstPartition();
+    void pcIsGivenTheBackingFileOrElseTheCardPartition();
     void failedStepEndsTheSequence_data();
     void failedStepEndsTheSequence();
 };
@@ -65,6 +66,39 @@ void SequenceTest::memoryStickIsTriedAsWholeDiskThenByItsFirstPartition()
         if (!mounted)
             QCOMPARE(panel.lastMessage(),
                      QString("red: Failed to mount update drive, press F1 to return to the main screen"));
+    }
+}
+
+void SequenceTest::pcIsGivenTheBackingFileOrElseTheCardPartition()
+{
+    const QString exportFile = "modprobe g_mass_storage file=/mnt/ubiData/backfile";
+    const QString exportPartition = "modprobe g_mass_storage file=/dev/mmcblk0p4";
+    const QStringList start = QStringList() << unmount << "modprobe fsl_usb2_udc" << exportFile;
+    const QStringList release = QStringList() << unmount << "rmmod g_mass_storage"
+                                              << "rmmod fsl_usb2_udc";
+    for (const bool fileWorks : {true, false}) {
+        Instrument instrument;
+        const QString storage = instrument.insertMedium(fileWorks ? "backfile" : "mmcblk0p4");
+        if (!fileWorks)
+            instrument.failTool(exportFile);
+        Panel panel;
+        panel.press(Qt::Key_F1);
+        panel.press(Qt::Key_F1);
+        QCOMPARE(instrument.takeCalls(), fileWorks ? start : QStringList(start) << exportPartition);
+        QCOMPARE(panel.messages(),
+                 QStringList() << "Attach the unit to the PC via the USB cable provided then press F1"
+                               << "Initialising PC connection"
+                               << (fileWorks ? "Copy the firmware_update_tar.bz2 file to the unit and press F1"
+                                             : "Copy the update_firmware.tar.bz2 file to the unit and press F1"));
+        instrument.makePackage(storage + "/" + emptyPackage, "");
+        panel.press(Qt::Key_F1);
+        const QStringList mount = fileWorks ? QStringList() << "losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile"
+                                                            << "mount -t vfat /dev/loop0 /mnt/update"
+                                            : QStringList("mount /dev/mmcblk0p4 /mnt/update");
+        QCOMPARE(instrument.takeCalls(), release + mount << "tar jxvf /mnt/update/firmware_update.tar.bz2 -C /tmp"
+                                                         << "sync"
+                                                         << "sync" << unmount << "losetup -d /dev/loop0");
+        QVERIFY(panel.lastMessage().startsWith("green: "));
     }
 }
 

@@ -1,10 +1,17 @@
-#ifndef BENCH_PANELMESSAGES_H
-#define BENCH_PANELMESSAGES_H
+#ifndef BENCH_PANELACCESS_H
+#define BENCH_PANELACCESS_H
 
 #include <QList>
 #include <QString>
 
+class QStackedWidget;
 class QTextDocument;
+
+/// The window that holds the program's screens, once it is shown; null before.
+QStackedWidget *findScreens();
+
+/// Presses a function key as a keyboard would, through the window system, and returns when what it started is over.
+void pressFunctionKey(QStackedWidget *screens, Qt::Key key);
 
 /// A line of the message window as the operator sees it.
 struct PanelMessage
