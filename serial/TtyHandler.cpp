@@ -1,0 +1,88 @@
+#include "serial/TtyHandler.h"
+
+#include <QSocketNotifier>
+#include <QtDebug>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+TtyHandler::TtyHandler(const QString &device, QObject *parent)
+    : QIODevice(parent), m_FileDescriptor(-1), m_Termios(), m_Notifier(nullptr)
+{
+    const QByteArray path = device.toLocal8Bit();
+
+    m_Termios.c_cflag = B115200 | CS8 | CLOCAL | CREAD;
+    m_Termios.c_iflag = IGNPAR;
+    m_Termios.c_oflag = 0;
+    m_Termios.c_lflag = 0;
+    // A read returns at once with what is there, so that the blocking descriptor never blocks a reader.
+    m_Termios.c_cc[VTIME] = 0;
+    m_Termios.c_cc[VMIN] = 0;
+
+    m_FileDescriptor = ::open(path.constData(), O_RDWR | O_NOCTTY);
+    if (isOpened()) {
+        tcflush(m_FileDescriptor, TCIFLUSH);
+        if (tcsetattr(m_FileDescriptor, TCSANOW, &m_Termios) != 0)
+            qDebug().nospace() << "Failed to set serial port: " << path.constData() << ": " << strerror(errno);
+        m_Notifier = new QSocketNotifier(m_FileDescriptor, QSocketNotifier::Read, this);
+        connect(m_Notifier, SIGNAL(activated(int)), this, SLOT(notify(int)));
+    } else {
+        qDebug().nospace() << "Failed to open serial port: " << path.constData() << ": " << strerror(errno);
+    }
+
+    QIODevice::open(ReadWrite);
+}
+
+TtyHandler::~TtyHandler()
+{
+    ::close(m_FileDescriptor);
+}
+
+void TtyHandler::sendString(QString text)
+{
+    sendByteArray(text.toLocal8Bit());
+}
+
+void TtyHandler::sendByteArray(QByteArray data)
+{
+    if (isOpened())
+        writeData(data.constData(), data.size());
+}
+
+void TtyHandler::notify(int)
+{
+    // A port that is gone counts as readable for ever, and the event loop would do nothing else any more.
+    if (isHungUp()) {
+        qDebug() << "Serial port hung up";
+        m_Notifier->setEnabled(false);
+    }
+    emit readyRead();
+}
+
+qint64 TtyHandler::readData(char *data, qint64 maxSize)
+{
+    return ::read(m_FileDescriptor, data, static_cast<size_t>(maxSize));
+}
+
+qint64 TtyHandler::writeData(const char *data, qint64 maxSize)
+{
+    const qint64 written = ::write(m_FileDescriptor, data, static_cast<size_t>(maxSize));
+    if (written < 0)
+        qDebug().nospace() << "Failed to write to serial port: " << strerror(errno);
+    else if (written < maxSize)
+        qDebug().nospace() << "Failed to write to serial port: only " << written << " of " << maxSize << " bytes taken";
+    return written;
+}
+
+bool TtyHandler::isOpened() const
+{
+    return m_FileDescriptor > 0;
+}
+
+bool TtyHandler::isHungUp() const
+{
+    pollfd port = {m_FileDescriptor, 0, 0};
+    return poll(&port, 1, 0) == 1 && (port.revents & POLLHUP) != 0;
+}

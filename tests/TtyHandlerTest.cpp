@@ -1,0 +1,209 @@
+#include <QSignalSpy>
+#include <QSocketNotifier>
+#include <QtTest>
+#include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "bench/PseudoTerminal.h"
+#include "serial/TtyHandler.h"
+#include "tests/DebugLines.h"
+#include "tests/EventLoop.h"
+
+namespace {
+
+const char port[] = "/dev/ttyAPP1";
+
+QByteArray everyByte()
+{
+    QByteArray bytes;
+    for (int value = 0; value < 256; ++value)
+        bytes.append(static_cast<char>(value));
+    return bytes;
+}
+
+/// Keeps what a handler receives, a chunk for each readyRead().
+class Reader : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit Reader(TtyHandler *handler) : m_Handler(handler)
+    {
+        connect(handler, SIGNAL(readyRead()), this, SLOT(read()));
+    }
+
+    QList<QByteArray> chunks;
+
+protected slots:
+    void read() { chunks << m_Handler->readAll(); }
+
+private:
+    TtyHandler *m_Handler;
+};
+
+} // namespace
+
+/// The serial port against the kernel's own terminal driver.
+class TtyHandlerTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void portIsSetToRaw115200();
+    void everyByteValueArrivesUnchanged();
+    void everyByteValueIsSentUnchanged();
+    void textIsSentInTheLocalEncoding();
+    void bytesFromBeforeTheOpeningAreDiscarded();
+    void eachActivationSignalsOnce();
+    void portThatCannotBeOpenedStaysSilent();
+    void descriptorZeroIsNotOpened();
+    void failedSettingIsReportedOnce();
+    void portThatDisappearsIsReportedAndLeavesTheEventLoopIdle();
+};
+
+void TtyHandlerTest::portIsSetToRaw115200()
+{
+    const PseudoTerminal line(port, nullptr);
+    QCOMPARE(line.settings().c_cc[VMIN], cc_t(1));
+    const TtyHandler handler(port, nullptr);
+    const struct termios settings = line.settings();
+    QCOMPARE(settings.c_iflag, tcflag_t(4));
+    QCOMPARE(settings.c_oflag, tcflag_t(0));
+    QCOMPARE(settings.c_cflag, tcflag_t(0x18B2));
+    QCOMPARE(settings.c_lflag, tcflag_t(0));
+    QCOMPARE(settings.c_line, cc_t(0));
+    QCOMPARE(std::count(std::begin(settings.c_cc), std::end(settings.c_cc), 0), NCCS);
+}
+
+void TtyHandlerTest::everyByteValueArrivesUnchanged()
+{
+    PseudoTerminal line(port, nullptr);
+    TtyHandler handler(port, nullptr);
+    const Reader reader(&handler);
+    // Once alone, once in a chunk that is larger than any that the protocols know.
+    QVERIFY(line.deliver(everyByte()));
+    QVERIFY(line.deliver(everyByte().repeated(15)));
+    QCOMPARE(reader.chunks, QList<QByteArray>() << everyByte() << everyByte().repeated(15));
+}
+
+void TtyHandlerTest::everyByteValueIsSentUnchanged()
+{
+    PseudoTerminal line(port, nullptr);
+    TtyHandler handler(port, nullptr);
+    QByteArray received;
+    handler.sendByteArray(QByteArray());
+    handler.sendByteArray(everyByte());
+    QVERIFY(eventually([&] { return (received += line.readAll()).size() >= 256; }));
+    QCOMPARE(received, everyByte());
+}
+
+void TtyHandlerTest::textIsSentInTheLocalEncoding()
+{
+    PseudoTerminal line(port, nullptr);
+    TtyHandler handler(port, nullptr);
+    QByteArray received;
+    handler.sendString(QString::fromUtf8("2\xC3\xA9"));
+    QVERIFY(eventually([&] { return (received += line.readAll()).size() >= 3; }));
+    QCOMPARE(received, QByteArray("2\xC3\xA9"));
+}
+
+void TtyHandlerTest::bytesFromBeforeTheOpeningAreDiscarded()
+{
+    PseudoTerminal line(port, nullptr);
+    line.write("stale");
+    TtyHandler handler(port, nullptr);
+    const Reader reader(&handler);
+    QVERIFY(line.deliver("fresh"));
+    QCOMPARE(reader.chunks, QList<QByteArray>() << "fresh");
+}
+
+void TtyHandlerTest::eachActivationSignalsOnce()
+{
+    PseudoTerminal line(port, nullptr);
+    TtyHandler handler(port, nullptr);
+    const QSignalSpy signalled(&handler, SIGNAL(readyRead()));
+    // Nobody reads: each turn of the event loop activates the notifier anew.
+    line.write("C");
+    for (int turn = 1; turn <= 3; ++turn) {
+        QCoreApplication::processEvents();
+        QCOMPARE(signalled.count(), turn);
+    }
+    QCOMPARE(handler.readAll(), QByteArray("C"));
+    QVERIFY(QMetaObject::invokeMethod(&handler, "notify", Q_ARG(int, 0)));
+    QCOMPARE(signalled.count(), 4);
+    QCOMPARE(handler.readAll(), QByteArray());
+    QCoreApplication::processEvents();
+    QCOMPARE(signalled.count(), 4);
+}
+
+void TtyHandlerTest::portThatCannotBeOpenedStaysSilent()
+{
+    DebugLines debug;
+    TtyHandler handler("/dev/no-such-port", nullptr);
+    QCOMPARE(debug.take(), QStringList("Failed to open serial port: /dev/no-such-port: No such file or directory"));
+    QVERIFY(handler.isOpen());
+    QVERIFY(handler.findChildren<QSocketNotifier *>().isEmpty());
+    handler.sendByteArray("2");
+    handler.sendString("2");
+    QCOMPARE(debug.take(), QStringList());
+    QCOMPARE(handler.readAll(), QByteArray());
+    QCOMPARE(handler.write("2"), qint64(-1));
+}
+
+void TtyHandlerTest::descriptorZeroIsNotOpened()
+{
+    PseudoTerminal line(port, nullptr);
+    const int standardInput = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    {
+        const DebugLines debug;
+        TtyHandler handler(port, nullptr);
+        QCOMPARE(fcntl(STDIN_FILENO, F_GETFD), 0);
+        QVERIFY(handler.findChildren<QSocketNotifier *>().isEmpty());
+        QCOMPARE(line.settings().c_cc[VMIN], cc_t(1));
+        handler.sendByteArray("2");
+        QVERIFY(handler.isOpen());
+    }
+    QCOMPARE(fcntl(STDIN_FILENO, F_GETFD), -1);
+    dup2(standardInput, STDIN_FILENO);
+    close(standardInput);
+
+    // What the handler had sent would come before this.
+    TtyHandler handler(port, nullptr);
+    handler.sendByteArray("3");
+    QByteArray received;
+    QVERIFY(eventually([&] { return !(received += line.readAll()).isEmpty(); }));
+    QCOMPARE(received, QByteArray("3"));
+}
+
+void TtyHandlerTest::failedSettingIsReportedOnce()
+{
+    const char notATerminal[] = "/dev/pipe";
+    QCOMPARE(mkfifo(notATerminal, S_IRUSR | S_IWUSR), 0);
+    DebugLines debug;
+    const TtyHandler handler(notATerminal, nullptr);
+    QCOMPARE(debug.take(), QStringList("Failed to set serial port: /dev/pipe: Inappropriate ioctl for device"));
+}
+
+void TtyHandlerTest::portThatDisappearsIsReportedAndLeavesTheEventLoopIdle()
+{
+    PseudoTerminal line(port, nullptr);
+    TtyHandler handler(port, nullptr);
+    const Reader reader(&handler);
+    QVERIFY(line.deliver("C"));
+    line.unplug();
+    DebugLines debug;
+    QVERIFY(eventually([&] { return reader.chunks.size() > 1; }));
+    QCOMPARE(debug.take(), QStringList("Serial port hung up"));
+    handler.sendByteArray("2");
+    QCOMPARE(debug.take(), QStringList("Failed to write to serial port: Input/output error"));
+    for (int turn = 0; turn < 3; ++turn)
+        QCoreApplication::processEvents();
+    QCOMPARE(reader.chunks, QList<QByteArray>() << "C" << QByteArray());
+}
+
+QTEST_GUILESS_MAIN(TtyHandlerTest)
+
+#include "TtyHandlerTest.moc"
