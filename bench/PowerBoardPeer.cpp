@@ -27,14 +27,6 @@ QByteArray littleEndian(unsigned value)
     return QByteArray(bytes, sizeof bytes);
 }
 
-QByteArray checksummed(quint8 id, const QByteArray &payload)
-{
-    const QByteArray content = static_cast<char>(id) + littleEndian(static_cast<unsigned>(payload.size())) + payload;
-    const unsigned sum = std::accumulate(content.begin(), content.end(), 1U,
-                                         [](unsigned total, char byte) { return total + static_cast<quint8>(byte); });
-    return content + littleEndian(sum);
-}
-
 /// `packet` on the wire: everything behind the id escaped, in one pass.
 QByteArray framed(const QByteArray &packet)
 {
@@ -134,9 +126,17 @@ QStringList PowerBoardPeer::violations() const
     return m_Violations;
 }
 
+QByteArray PowerBoardPeer::packet(quint8 id, const QByteArray &payload)
+{
+    const QByteArray content = static_cast<char>(id) + littleEndian(static_cast<unsigned>(payload.size())) + payload;
+    const unsigned sum = std::accumulate(content.begin(), content.end(), 1U,
+                                         [](unsigned total, char byte) { return total + static_cast<quint8>(byte); });
+    return content + littleEndian(sum);
+}
+
 QByteArray PowerBoardPeer::frame(quint8 id, const QByteArray &payload)
 {
-    return framed(checksummed(id, payload));
+    return framed(packet(id, payload));
 }
 
 QByteArray PowerBoardPeer::acknowledgement(quint8 id)
@@ -201,10 +201,10 @@ void PowerBoardPeer::answerReceived(quint8 kind, quint8 id)
 
 void PowerBoardPeer::dataFrameReceived(const QByteArray &received)
 {
-    const QByteArray packet = unframed(received);
+    const QByteArray plain = unframed(received);
     const quint8 id = static_cast<quint8>(received.at(1));
-    const QByteArray payload = packet.mid(3, packet.size() - overhead);
-    if (id < lowestId || id > highestId || packet.size() < overhead || packet != checksummed(id, payload)) {
+    const QByteArray payload = plain.mid(3, plain.size() - overhead);
+    if (id < lowestId || id > highestId || plain.size() < overhead || plain != packet(id, payload)) {
         m_Violations << QLatin1String("bad frame: ") + QLatin1String(received.toHex());
         return;
     }
@@ -237,9 +237,9 @@ void PowerBoardPeer::send(const QByteArray &frame, Fault fault)
         m_Line.deliver(frame);
         break;
     case WrongChecksum: {
-        QByteArray packet = checksummed(m_NextId, m_Payload);
-        packet[packet.size() - 1] = static_cast<char>(~packet.at(packet.size() - 1));
-        m_Line.deliver(framed(packet));
+        QByteArray wrong = packet(m_NextId, m_Payload);
+        wrong[wrong.size() - 1] = static_cast<char>(~wrong.at(wrong.size() - 1));
+        m_Line.deliver(framed(wrong));
         break;
     }
     case WrongId:

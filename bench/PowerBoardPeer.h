@@ -50,6 +50,7 @@ public:
     QStringList violations() const;
 
     /// The frames of the protocol, for tests that send bytes of their own through line().
+    static QByteArray packet(quint8 id, const QByteArray &payload); ///< id to checksum, as it is before the escaping
     static QByteArray frame(quint8 id, const QByteArray &payload);
     static QByteArray acknowledgement(quint8 id);
     static QByteArray refusal(quint8 id);

@@ -18,22 +18,6 @@ QByteArray hex(const char *text)
     return QByteArray::fromHex(text);
 }
 
-/// A frame as packetReceived() gives it, without escaping.
-QByteArray packetOf(quint8 id, const QByteArray &payload)
-{
-    unsigned sum = 1U + id + static_cast<unsigned>(payload.size()) % 256 + static_cast<unsigned>(payload.size()) / 256;
-    for (const char byte : payload)
-        sum += static_cast<quint8>(byte);
-    const auto low = [](unsigned value) {
-        return static_cast<char>(value % 256);
-    };
-    const auto high = [](unsigned value) {
-        return static_cast<char>(value / 256 % 256);
-    };
-    const auto length = static_cast<unsigned>(payload.size());
-    return QByteArray() + static_cast<char>(id) + low(length) + high(length) + payload + low(sum) + high(sum);
-}
-
 /// A manager with the board at the other end of its line, and what it signals.
 class Link
 {
@@ -111,6 +95,80 @@ protected slots:
 
 private:
     PowerBoardManager *m_Manager;
+};
+
+/// What the line may bring, from a seed.
+class RandomTraffic
+{
+public:
+    explicit RandomTraffic(unsigned seed) : m_Random(seed) {}
+
+    int below(int limit) { return static_cast<int>(m_Random() % static_cast<unsigned>(limit)); }
+
+    /// Any but the last that was accepted.
+    quint8 idForNewPacket()
+    {
+        const int id = 4 + below(123);
+        return static_cast<quint8>(id == lastId ? 4 + (id - 3) % 123 : id);
+    }
+
+    /// A quarter of the bytes are those that the framing is about.
+    QByteArray bytes(int count)
+    {
+        QByteArray any;
+        while (any.size() < count)
+            any.append(below(4) != 0 ? static_cast<char>(below(256)) : "\x02\x03\x7F\xF2"[below(4)]);
+        return any;
+    }
+
+    QByteArray payload() { return bytes(below(20) == 0 ? below(601) : below(40)); }
+
+    QList<QByteArray> repeated(const QByteArray &frame) { return QVector<QByteArray>(1 + below(3), frame).toList(); }
+
+    QList<QByteArray> inPieces(const QByteArray &frame)
+    {
+        QList<QByteArray> pieces;
+        for (int from = 0; from < frame.size(); from += pieces.last().size())
+            pieces << frame.mid(from, 1 + below(frame.size()));
+        return pieces;
+    }
+
+    /// Chunks of which nothing may be delivered. The two starts at the end abandon whatever was begun.
+    QList<QByteArray> spoiled(const QByteArray &frame)
+    {
+        QList<QByteArray> chunks;
+        const int cut = 1 + below(frame.size() - 1);
+        switch (below(5)) {
+        case 0:
+            chunks << frame + bytes(below(4)) + frame;
+            break;
+        case 1:
+            chunks << frame.left(cut) << frame;
+            break; // the second is lost with the first
+        case 2:
+            chunks << frame.mid(cut);
+            break;
+        case 3:
+            chunks << withWrongBit(frame);
+            break;
+        default:
+            chunks << bytes(1 + below(300));
+            break;
+        }
+        return chunks << hex("0202");
+    }
+
+    int lastId = 0;
+
+private:
+    QByteArray withWrongBit(QByteArray frame)
+    {
+        const int position = below(frame.size());
+        frame[position] = static_cast<char>(frame.at(position) ^ (1 << below(8)));
+        return frame;
+    }
+
+    std::mt19937 m_Random;
 };
 
 } // namespace
@@ -343,7 +401,7 @@ void PowerBoardTest::everyByteIsReceived()
     payload.append(hex("7F7FF2 7FF2 7FF3 7F7F 7F02 7F03 F2F3 7F"));
     link.board.sendPacket(payload);
     QVERIFY(eventually([&] { return link.board.isAcknowledged(); }));
-    QCOMPARE(link.takeDelivered(), QList<QByteArray>() << packetOf(4, payload));
+    QCOMPARE(link.takeDelivered(), QList<QByteArray>() << PowerBoardPeer::packet(4, payload));
 
     // What follows an escape byte and is no code stays as it is: 1 + 5 + 2 + 7F + 41 = C8.
     QVERIFY(link.board.line().deliver(hex("02 05 7FF2 00 7F41 C8 00 03")));
@@ -357,7 +415,7 @@ void PowerBoardTest::longPayloads()
     const QByteArray longest(600, '\xFF');
     link.board.sendPacket(longest);
     QVERIFY(eventually([&] { return link.board.isAcknowledged(); }));
-    QCOMPARE(link.takeDelivered(), QList<QByteArray>() << packetOf(4, longest));
+    QCOMPARE(link.takeDelivered(), QList<QByteArray>() << PowerBoardPeer::packet(4, longest));
     QCOMPARE(link.board.takeAnswers(), QStringList("ACK 4"));
 
     DebugLines debug;
@@ -405,7 +463,8 @@ void PowerBoardTest::frameRecoversFromEachFault()
     QVERIFY(link.board.isAcknowledged());
     link.board.sendPacket("next");
     QCOMPARE(link.waitForAnswers(1), QStringList("ACK 5"));
-    QCOMPARE(link.takeDelivered(), QList<QByteArray>() << packetOf(4, payload) << packetOf(5, "next"));
+    QCOMPARE(link.takeDelivered(), QList<QByteArray>()
+                                       << PowerBoardPeer::packet(4, payload) << PowerBoardPeer::packet(5, "next"));
     QCOMPARE(link.board.violations(), QStringList());
 }
 
@@ -418,7 +477,7 @@ void PowerBoardTest::badPacketIsRefused_data()
                                 << "NAK 0";
     QTest::newRow("id alone") << hex("04") << "invalid checksum: 0"
                               << "NAK 4";
-    QTest::newRow("id 127") << packetOf(127, "A") << "invalid id: 127"
+    QTest::newRow("id 127") << PowerBoardPeer::packet(127, "A") << "invalid id: 127"
                             << "NAK 127";
     QTest::newRow("id 255, too long as well") << hex("FF FFFF") << "invalid id: 255"
                                               << "NAK 255";
@@ -480,86 +539,38 @@ void PowerBoardTest::chunkRules()
 void PowerBoardTest::randomChunksDeliverExactlyTheIntactFrames()
 {
     const int chunkCount = 100000;
-    const unsigned seed = 20210303;
-    std::mt19937 random(seed); // NOLINT(cert-msc32-c,cert-msc51-cpp): the run can be repeated
-    const auto below = [&random](int limit) {
-        return static_cast<int>(random() % static_cast<unsigned>(limit));
-    };
-    const auto anyByte = [&] {
-        return below(4) != 0 ? static_cast<char>(below(256)) : "\x02\x03\x7F\xF2"[below(4)];
-    };
-    const auto anyBytes = [&](int count) {
-        QByteArray bytes;
-        while (bytes.size() < count)
-            bytes.append(anyByte());
-        return bytes;
-    };
-
+    RandomTraffic traffic(20210303);
     Link link;
     DebugLines debug;
-    PseudoTerminal &line = link.board.line();
-    int chunks = 0;
-    int acknowledged = 0;
-    const auto deliver = [&](const QByteArray &chunk) {
-        ++chunks;
-        return line.deliver(chunk);
-    };
-    int lastId = 0;
-    while (chunks < chunkCount) {
-        int id = 4 + below(123);
-        if (id == lastId)
-            id = 4 + (id - 3) % 123;
-        const QByteArray payload = anyBytes(below(20) == 0 ? below(601) : below(40));
-        const QByteArray frame = PowerBoardPeer::frame(static_cast<quint8>(id), payload);
-        bool isIntact = false;
-        switch (below(7)) {
-        case 0: // alone, and perhaps again
-            isIntact = true;
-            for (int repetition = below(3); repetition >= 0; --repetition, ++acknowledged)
-                QVERIFY(deliver(frame));
-            break;
-        case 1: // in pieces
-            isIntact = true;
-            ++acknowledged;
-            for (int from = 0, size = 0; from < frame.size(); from += size) {
-                size = 1 + below(frame.size());
-                QVERIFY(deliver(frame.mid(from, size)));
-            }
-            break;
-        case 2: // merged
-            QVERIFY(deliver(frame + anyBytes(below(4)) + frame));
-            break;
-        case 3: // without its end; the next one is lost with it
-            QVERIFY(deliver(frame.left(1 + below(frame.size() - 1))));
-            QVERIFY(deliver(frame));
-            break;
-        case 4: // without its start
-            QVERIFY(deliver(frame.mid(1 + below(frame.size() - 1))));
-            break;
-        case 5: { // one bit is wrong
-            QByteArray wrong = frame;
-            const int position = below(wrong.size());
-            wrong[position] = static_cast<char>(wrong.at(position) ^ (1 << below(8)));
-            QVERIFY(deliver(wrong));
-            break;
+    int chunksSent = 0;
+    int acknowledgementsDue = 0;
+    while (chunksSent < chunkCount) {
+        const quint8 id = traffic.idForNewPacket();
+        const QByteArray payload = traffic.payload();
+        const QByteArray frame = PowerBoardPeer::frame(id, payload);
+        const int kind = traffic.below(7);
+        const QList<QByteArray> chunks = kind == 0   ? traffic.repeated(frame)
+                                         : kind == 1 ? traffic.inPieces(frame)
+                                                     : traffic.spoiled(frame);
+        for (const QByteArray &chunk : chunks)
+            QVERIFY(link.board.line().deliver(chunk));
+        chunksSent += chunks.size();
+
+        const bool isIntact = kind <= 1;
+        QList<QByteArray> expected;
+        if (isIntact) {
+            expected << PowerBoardPeer::packet(id, payload);
+            acknowledgementsDue += kind == 0 ? chunks.size() : 1;
+            traffic.lastId = id;
         }
-        default:
-            QVERIFY(deliver(anyBytes(1 + below(300))));
-            break;
-        }
-        if (!isIntact)
-            QVERIFY(deliver(hex("0202"))); // two starts end whatever was begun
-        else
-            lastId = id;
-        const QList<QByteArray> expected =
-            isIntact ? QList<QByteArray>{packetOf(static_cast<quint8>(id), payload)} : QList<QByteArray>();
         QCOMPARE(link.takeDelivered(), expected);
         debug.take();
     }
     int acknowledgements = 0;
-    eventually([&] { return (acknowledgements += link.board.takeAnswers().filter("ACK").size()) >= acknowledged; });
-    QCOMPARE(acknowledgements, acknowledged);
-    QVERIFY(link.board.violations().isEmpty());
+    eventually(
+        [&] { return (acknowledgements += link.board.takeAnswers().filter("ACK").size()) >= acknowledgementsDue; });
+    QCOMPARE(acknowledgements, acknowledgementsDue);
+    QCOMPARE(link.board.violations(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(PowerBoardTest)
