@@ -28,20 +28,9 @@ bool PicBench::eraseAll()
     return done.size() == 1;
 }
 
-bool PicBench::program(const QByteArray &hexFile)
+bool PicBench::program(const QByteArray &hexFile, const char *fileName)
 {
-    Instrument::write("/tmp/pic.hex", hexFile);
-    m_Programmer->programPic("/tmp/pic.hex");
+    Instrument::write(fileName, hexFile);
+    m_Programmer->programPic(fileName);
     return m_Programmer->isFinished() && m_Programmer->isProgrammed();
-}
-
-QByteArray hexRecord(int type, unsigned int address, const QByteArray &data, const char *lineEnd, int error)
-{
-    QByteArray bytes;
-    bytes.append(static_cast<char>(data.size())).append(static_cast<char>(address >> 8));
-    bytes.append(static_cast<char>(address)).append(static_cast<char>(type)).append(data);
-    int sum = 0;
-    for (const char byte : qAsConst(bytes))
-        sum += byte;
-    return ':' + bytes.append(static_cast<char>(error - sum)).toHex().toUpper() + lineEnd;
 }

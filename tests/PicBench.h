@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <memory>
 
+#include "bench/pic/HexRecord.h"
 #include "bench/pic/VirtualBoards.h"
 #include "pic/PicProgrammer.h"
 
@@ -21,15 +22,11 @@ public:
     /// Begins the erase phase and runs the event loop until it is over. False after an error.
     bool eraseAll();
     /// Programs a file with this content. False when the run did not end as programmed.
-    bool program(const QByteArray &hexFile);
+    bool program(const QByteArray &hexFile, const char *fileName = "/tmp/pic.hex");
 
 private:
     int m_PicNumber;
     std::unique_ptr<PicProgrammer> m_Programmer;
 };
-
-/// An Intel HEX record. The data may be too long for it, or the checksum wrong by `error`.
-QByteArray hexRecord(int type, unsigned int address, const QByteArray &data, const char *lineEnd = "\r\n",
-                     int error = 0);
 
 #endif
