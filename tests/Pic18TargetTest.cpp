@@ -129,6 +129,85 @@ private:
     Q_DISABLE_COPY(Wire)
 };
 
+/// What each violation says, and how it is provoked.
+const QList<QPair<QString, std::function<void(Wire &)>>> offences = {
+    {"unknown command 0x5",
+     [](Wire &wire) {
+         wire.bits(0x5, 4);
+     }},
+    {"unknown core instruction 0x1234",
+     [](Wire &wire) {
+         wire.core(0x1234);
+     }},
+    {"no bit can rise from 0 to 1 when 0x1 is written at 0x10",
+     [](Wire &wire) {
+         wire.write(0x10, 0xFF00);
+         wire.write(0x10, 0xFF01);
+     }},
+    {"table pointer 0x10000",
+     [](Wire &wire) {
+         wire.write(0x10000, 0);
+     }},
+    {"EECON1 0x0",
+     [](Wire &wire) {
+         wire.send(0xF, 0);
+     }},
+    {"does not enable writes",
+     [](Wire &wire) {
+         wire.core(setWr);
+     }},
+    {"unknown bulk erase keys 0x1080",
+     [](Wire &wire) {
+         wire.bulkErase(0x1080);
+     }},
+    {"before the end of a write or erase",
+     [](Wire &wire) {
+         wire.bulkErase(0x0180, p11);
+     }},
+    {"no NOP follows",
+     [](Wire &wire) {
+         wire.write(0, 0xFFFF);
+         wire.send(0xF, 0xFFFF);
+         wire.bits(0x9, 4, p9);
+     }},
+    {"left before the end",
+     [](Wire &wire) {
+         wire.write(0, 0xFFFF);
+         wire.send(0xF, 0xFFFF);
+         wire.bits(0, 4, p9);
+         wire.mclr(false);
+     }},
+    {"entry hold time",
+     [](Wire &wire) {
+         wire.mclr(false);
+         wire.mclr(true);
+         wire.bits(0, 4);
+     }},
+    {"clock high time",
+     [](Wire &wire) {
+         wire.bits(0, 4, 10);
+     }},
+    {"data setup time",
+     [](Wire &wire) {
+         wire.clock(true);
+         wire.wait(halfPeriod);
+         wire.boards().writeRegister(0x740, 0x8000); // data rises as the clock falls
+     }},
+    {"data hold time",
+     [](Wire &wire) {
+         wire.bits(0, 1);
+         wire.clock(true);
+         wire.wait(halfPeriod);
+         wire.clock(false);
+         wire.boards().writeRegister(0x740, 0x8000);
+     }},
+    {"PGD driven from both ends",
+     [](Wire &wire) {
+         wire.bits(0x8, 4);
+         wire.bits(0, 9);
+     }},
+};
+
 } // namespace
 
 /// The model of a PIC18 against the behaviour that its programming specification publishes.
@@ -235,83 +314,6 @@ void Pic18TargetTest::judgesTimes()
 
 void Pic18TargetTest::judgesCommandsAndWrites()
 {
-    const QList<QPair<QString, std::function<void(Wire &)>>> offences = {
-        {"unknown command 0x5",
-         [](Wire &wire) {
-             wire.bits(0x5, 4);
-         }},
-        {"unknown core instruction 0x1234",
-         [](Wire &wire) {
-             wire.core(0x1234);
-         }},
-        {"no bit can rise from 0 to 1 when 0x1 is written at 0x10",
-         [](Wire &wire) {
-             wire.write(0x10, 0xFF00);
-             wire.write(0x10, 0xFF01);
-         }},
-        {"table pointer 0x10000",
-         [](Wire &wire) {
-             wire.write(0x10000, 0);
-         }},
-        {"EECON1 0x0",
-         [](Wire &wire) {
-             wire.send(0xF, 0);
-         }},
-        {"does not enable writes",
-         [](Wire &wire) {
-             wire.core(setWr);
-         }},
-        {"unknown bulk erase keys 0x1080",
-         [](Wire &wire) {
-             wire.bulkErase(0x1080);
-         }},
-        {"before the end of a write or erase",
-         [](Wire &wire) {
-             wire.bulkErase(0x0180, p11);
-         }},
-        {"no NOP follows",
-         [](Wire &wire) {
-             wire.write(0, 0xFFFF);
-             wire.send(0xF, 0xFFFF);
-             wire.bits(0x9, 4, p9);
-         }},
-        {"left before the end",
-         [](Wire &wire) {
-             wire.write(0, 0xFFFF);
-             wire.send(0xF, 0xFFFF);
-             wire.bits(0, 4, p9);
-             wire.mclr(false);
-         }},
-        {"entry hold time",
-         [](Wire &wire) {
-             wire.mclr(false);
-             wire.mclr(true);
-             wire.bits(0, 4);
-         }},
-        {"clock high time",
-         [](Wire &wire) {
-             wire.bits(0, 4, 10);
-         }},
-        {"data setup time",
-         [](Wire &wire) {
-             wire.clock(true);
-             wire.wait(halfPeriod);
-             wire.boards().writeRegister(0x740, 0x8000); // data rises as the clock falls
-         }},
-        {"data hold time",
-         [](Wire &wire) {
-             wire.bits(0, 1);
-             wire.clock(true);
-             wire.wait(halfPeriod);
-             wire.clock(false);
-             wire.boards().writeRegister(0x740, 0x8000);
-         }},
-        {"PGD driven from both ends",
-         [](Wire &wire) {
-             wire.bits(0x8, 4);
-             wire.bits(0, 9);
-         }},
-    };
     for (const auto &offence : offences) {
         Wire wire;
         wire.enter();

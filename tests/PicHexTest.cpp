@@ -41,6 +41,8 @@ class PicHexTest : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<DebugLines> m_Lines;
+
 private slots:
     void init() { m_Lines = std::make_unique<DebugLines>(); }
     void assembledFileIsProgrammedExactly_data();
@@ -58,9 +60,6 @@ private slots:
     void unreadableFilesEndTheRun();
     void rubbishNeverHangs();
     void damagedFilesNeverHarm();
-
-private:
-    std::unique_ptr<DebugLines> m_Lines;
 };
 
 void PicHexTest::assembledFileIsProgrammedExactly_data()
@@ -329,10 +328,11 @@ void PicHexTest::damagedFilesNeverHarm()
     const int inputs = 500;
     for (int input = 0; input < inputs; ++input) {
         QByteArray file;
-        for (int line = below(6); line >= 0; --line)
+        for (int line = below(6); line >= 0; --line) {
             file += hexRecord(below(8) ? 0 : below(7), static_cast<unsigned int>(below(0x10000)),
                               sequence(below(9) ? below(20) : below(256), below(256)), below(2) ? "\n" : "\r\n",
                               below(20) == 0);
+        }
         for (int damage = below(4); damage > 0 && !file.isEmpty(); --damage) {
             const int position = below(file.size());
             if (below(3))

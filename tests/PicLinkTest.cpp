@@ -63,7 +63,7 @@ MemoryMappedPinController::MemoryMappedPinController(unsigned int physicalBase) 
     traffic << QString::number(physicalBase, 16);
 }
 
-MemoryMappedPinController::~MemoryMappedPinController() = default;
+MemoryMappedPinController::~MemoryMappedPinController() {}
 
 void MemoryMappedPinController::setDirection(unsigned int offset, unsigned int mask, PIN_DIRECTION direction)
 {
@@ -111,11 +111,12 @@ void PicLinkTest::bitsAreStableAcrossTheFallingEdge()
     traffic.clear();
     programmer.vWriteCmd(0x9);
     QStringList expected = {"PGD=0", "PGC=0"};
-    for (const char *data : {"PGD=1", "PGD=0", "PGD=0", "PGD=1"})
+    for (const char *data : {"PGD=1", "PGD=0", "PGD=0", "PGD=1"}) {
         expected << data << "PGC=1"
                  << "wait 0"
                  << "PGC=0"
                  << "wait 0";
+    }
     QCOMPARE(traffic, expected << "PGD=0"
                                << "PGC=0"
                                << "wait 1");
@@ -153,12 +154,13 @@ void PicLinkTest::byteIsSampledAfterTheFallingEdge()
         traffic.clear();
         QCOMPARE(static_cast<int>(programmer.u8ReadByte()), sample.second);
         QStringList expected = {"PGC=0", "PGD in"};
-        for (int bit = 0; bit < 8; ++bit)
+        for (int bit = 0; bit < 8; ++bit) {
             expected << "PGC=1"
                      << "wait 0"
                      << "PGC=0"
                      << "wait 0"
                      << "PGD read";
+        }
         QCOMPARE(traffic, expected << "PGC=0"
                                    << "PGD=0"
                                    << "PGD out");

@@ -24,6 +24,8 @@ class PicMemoryTest : public QObject
 {
     Q_OBJECT
 
+    std::unique_ptr<DebugLines> m_Lines;
+
 private slots:
     void init() { m_Lines = std::make_unique<DebugLines>(); }
     void erasePhaseReportsItsPercentages_data();
@@ -37,9 +39,6 @@ private slots:
     void eepromIsCopiedAndRestored();
     void endlessEepromWriteIsGivenUp();
     void rowEraseErases512Bytes();
-
-private:
-    std::unique_ptr<DebugLines> m_Lines;
 };
 
 void PicMemoryTest::erasePhaseReportsItsPercentages_data()

@@ -17,7 +17,7 @@ void change(unsigned int offset, unsigned int mask, bool set)
 
 MemoryMappedPinController::MemoryMappedPinController(unsigned int) : m_MemoryMap(nullptr) {}
 
-MemoryMappedPinController::~MemoryMappedPinController() = default;
+MemoryMappedPinController::~MemoryMappedPinController() {}
 
 void MemoryMappedPinController::setDirection(unsigned int registerOffset, unsigned int pinMask, PIN_DIRECTION direction)
 {

@@ -51,11 +51,9 @@ void Pic18Target::report(const QString &text)
 
 void Pic18Target::requireAtLeast(qint64 minimum, qint64 actual, const char *what)
 {
-    if (actual < minimum)
-        report(QString::fromLatin1("%1 of %2 ns, at least %3 ns needed")
-                   .arg(QLatin1String(what))
-                   .arg(actual)
-                   .arg(minimum));
+    if (actual >= minimum)
+        return;
+    report(QString::fromLatin1("%1 of %2 ns, at least %3 ns needed").arg(QLatin1String(what)).arg(actual).arg(minimum));
 }
 
 std::optional<bool> Pic18Target::dataOut() const
