@@ -12,7 +12,7 @@ public:
     ~DebugLines();
 
     /// The lines since the last call.
-    QStringList take();
+    static QStringList take();
 
 private:
     static void collect(QtMsgType type, const QMessageLogContext &context, const QString &line);

@@ -1,0 +1,69 @@
+#include "pic/PicProgrammer.h"
+
+#include <QFile>
+#include <QTimer>
+
+#include "pic/MemoryMappedPinController.h"
+#include "pic/PicPins.h"
+
+namespace {
+
+const int resetMilliseconds = 20;
+
+} // namespace
+
+PicProgrammer::PicProgrammer(int picNumber, QObject *)
+    : QObject(nullptr),
+      au8RecordData(),
+      u8RecordLength(0),
+      u32RecordAddress(0),
+      u32EraseAddress(0),
+      pResetTimer(new QTimer),
+      pPinController(new MemoryMappedPinController(pinControlBlock)),
+      iPicNumber(picNumber),
+      pHexFile(nullptr),
+      u32ExtendedAddress(0),
+      bFinished(false),
+      bProgrammed(false)
+{
+    // Before anyone else's connections: the target is released when the others hear of the end of the erase phase.
+    connect(this, SIGNAL(endIsp()), this, SLOT(ev_pic_end_isp()));
+    connect(this, SIGNAL(eraseDone()), this, SLOT(ev_pic_end_isp()));
+    connect(this, SIGNAL(eraseError()), this, SLOT(ev_pic_end_isp()));
+    pResetTimer->setInterval(resetMilliseconds);
+    pResetTimer->setSingleShot(true);
+    connect(pResetTimer, SIGNAL(timeout()), this, SLOT(ev_pic_reset_timer()));
+    vRestoreIo();
+}
+
+PicProgrammer::~PicProgrammer()
+{
+    delete pHexFile;
+    delete pResetTimer;
+    delete pPinController;
+}
+
+bool PicProgrammer::event(QEvent *event)
+{
+    if (event->type() != PIC_ERASE_EVENT)
+        return QObject::event(event);
+    ev_pic_erase_next_block();
+    return true;
+}
+
+void PicProgrammer::ev_pic_reset(bool startTimer)
+{
+    holdInReset(pPinController, iPicNumber);
+    if (startTimer)
+        pResetTimer->start();
+}
+
+void PicProgrammer::ev_pic_reset_timer()
+{
+    vRestoreIo();
+}
+
+void PicProgrammer::ev_pic_end_isp()
+{
+    vRestoreIo();
+}

@@ -1,0 +1,32 @@
+#ifndef TESTS_PICBENCH_H
+#define TESTS_PICBENCH_H
+
+#include <QByteArray>
+#include <memory>
+
+#include "bench/pic/HexRecord.h"
+#include "bench/pic/VirtualBoards.h"
+#include "pic/PicProgrammer.h"
+
+/// New virtual boards with the chosen PIC and its programmer, the other three PICs held in reset as in an update.
+class PicBench
+{
+public:
+    explicit PicBench(int picNumber = 1, const Pic18Device &device = Pic18Device::pic18f4620);
+
+    VirtualBoards &boards() { return VirtualBoards::installed(); }
+    Pic18Target &target() { return boards().pic(m_PicNumber); }
+    Pic18Memory &memory() { return target().memory(); }
+    PicProgrammer &programmer() { return *m_Programmer; }
+
+    /// Begins the erase phase and runs the event loop until it is over. False after an error.
+    bool eraseAll();
+    /// Programs a file with this content. False when the run did not end as programmed.
+    bool program(const QByteArray &hexFile, const char *fileName = "/tmp/pic.hex");
+
+private:
+    int m_PicNumber;
+    std::unique_ptr<PicProgrammer> m_Programmer;
+};
+
+#endif

@@ -1,0 +1,357 @@
+#include <QtTest>
+#include <random>
+
+#include "tests/DebugLines.h"
+#include "tests/Instrument.h"
+#include "tests/PicBench.h"
+
+Q_DECLARE_METATYPE(const Pic18Device *)
+
+namespace {
+
+const char endOfFile[] = ":00000001FF\r\n";
+
+QByteArray erasedMemory(int size = 0x10000)
+{
+    return QByteArray(size, '\xFF');
+}
+
+QByteArray sequence(int size, int first = 1)
+{
+    QByteArray bytes;
+    for (int i = 0; i < size; ++i)
+        bytes.append(static_cast<char>(first + i));
+    return bytes;
+}
+
+QByteArray linearAddress(int upper)
+{
+    return hexRecord(4, 0, QByteArray(1, static_cast<char>(upper >> 8)) + static_cast<char>(upper));
+}
+
+bool run(const QStringList &command)
+{
+    return QProcess::execute(command.first(), command.mid(1)) == 0;
+}
+
+} // namespace
+
+/// The HEX driver with good, odd and hostile files.
+class PicHexTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<DebugLines> m_Lines;
+
+private slots:
+    void init() { m_Lines = std::make_unique<DebugLines>(); }
+    void cleanup() { m_Lines.reset(); }
+    void assembledFileIsProgrammedExactly_data();
+    void assembledFileIsProgrammedExactly();
+    void recordsAreAlignedAndSplit_data();
+    void recordsAreAlignedAndSplit();
+    void recordsGoWhereTheirAddressBelongs_data();
+    void recordsGoWhereTheirAddressBelongs();
+    void percentagesFollowTheBytes();
+    void verifyFailureStopsTheRun_data();
+    void verifyFailureStopsTheRun();
+    void unsoundLineStopsTheRunBeforeItIsWritten_data();
+    void unsoundLineStopsTheRunBeforeItIsWritten();
+    void linesThatDoNotActArePassedOver();
+    void unreadableFilesEndTheRun();
+    void rubbishNeverHangs();
+    void damagedFilesNeverHarm();
+};
+
+void PicHexTest::assembledFileIsProgrammedExactly_data()
+{
+    QTest::addColumn<const Pic18Device *>("device");
+    QTest::addColumn<QString>("lineEnds");
+    for (const Pic18Device *const device :
+         {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685}) {
+        QTest::addRow("%s LF", device->name) << device << "";
+        QTest::addRow("%s CR LF", device->name) << device << "--dos";
+    }
+}
+
+// objcopy is the independent reader of the file.
+void PicHexTest::assembledFileIsProgrammedExactly()
+{
+    QFETCH(const Pic18Device *, device);
+    QFETCH(QString, lineEnds);
+    QStringList assemble = {"gpasm", "--quiet", "-p", QString(device->name).mid(3).toLower(), "-o", "/tmp/asm.hex"};
+    if (!lineEnds.isEmpty())
+        assemble << lineEnds;
+    QVERIFY(run(assemble << QString(SOURCE_FOLDER) + "/pic.asm"));
+    QVERIFY(run({"objcopy", "-I", "ihex", "-O", "binary", "--gap-fill", "0xff", "/tmp/asm.hex", "/tmp/asm.bin"}));
+    const QByteArray content = Instrument::contentOf("/tmp/asm.bin");
+    QCOMPARE(content.size(), 0x30000E);
+
+    PicBench bench(3, *device);
+    bench.memory().programMemory().fill('\0');
+    QVERIFY(bench.eraseAll());
+    QVERIFY(bench.program(Instrument::contentOf("/tmp/asm.hex")));
+    QVERIFY(bench.memory().programMemory().left(0x10000) == content.left(0x10000));
+    for (const size_t index : {1U, 2U, 3U, 5U, 6U, 8U, 9U, 10U, 11U, 12U, 13U})
+        QCOMPARE(static_cast<int>(bench.memory().configuration()[index]),
+                 content.at(0x300000 + static_cast<int>(index)) & device->configurationMask[index]);
+    QVERIFY(bench.target().isInProgrammingMode());
+    QCOMPARE(bench.boards().violations(), QStringList());
+    QCOMPARE(DebugLines::take(), QStringList());
+}
+
+void PicHexTest::recordsAreAlignedAndSplit_data()
+{
+    QTest::addColumn<int>("address");
+    QTest::addColumn<int>("length");
+    QTest::newRow("even") << 0x100 << 16;
+    QTest::newRow("over a row bound") << 0x38 << 16;
+    QTest::newRow("odd start") << 0x101 << 3;
+    QTest::newRow("odd end") << 0x100 << 3;
+    QTest::newRow("odd both") << 0x13F << 2;
+    QTest::newRow("one odd byte") << 0x141 << 1;
+    QTest::newRow("100 bytes from an odd address over two bounds") << 0x17F << 100;
+    QTest::newRow("up to the last address") << 0xFFF0 << 14;
+}
+
+void PicHexTest::recordsAreAlignedAndSplit()
+{
+    QFETCH(int, address);
+    QFETCH(int, length);
+    PicBench bench;
+    QByteArray expected = erasedMemory();
+    expected[address & ~1] = '\x80'; // what the neighbours hold must stay
+    expected[(address + length) | 1] = '\x7F';
+    bench.memory().programMemory() = expected;
+    bench.memory().programMemory().replace(address, length, QByteArray(length, '\xFF'));
+    expected.replace(address, length, sequence(length));
+    QVERIFY(bench.program(hexRecord(0, static_cast<unsigned int>(address), sequence(length)) + endOfFile));
+    QVERIFY(bench.memory().programMemory() == expected);
+    QCOMPARE(bench.boards().violations(), QStringList());
+}
+
+void PicHexTest::recordsGoWhereTheirAddressBelongs_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QByteArray>("program"); ///< at 0x1000
+    QTest::addColumn<QByteArray>("configuration");
+    const QByteArray delivered("\x00\x07\x1F\x1F\x00\x83\x85\x00\x0F\xC0\x0F\xE0\x0F\x40\x00\x00", 16);
+    const QByteArray none("\xFF\xFF");
+    const QByteArray two("\x12\x34");
+    const QByteArray many = sequence(16, 0x41);
+    QTest::newRow("program") << hexRecord(0, 0x1000, two) << two << delivered;
+    QTest::newRow("lower case") << hexRecord(0, 0x1000, "\xAB\xCD").toLower() << QByteArray("\xAB\xCD") << delivered;
+    QTest::newRow("segment address") << hexRecord(2, 0, QByteArray("\x00\x80", 2)) + hexRecord(0, 0x0800, two) << two
+                                     << delivered;
+    QTest::newRow("configuration") << linearAddress(0x30) + hexRecord(0, 1, "\x02\x1E") << none
+                                   << QByteArray("\x00\x02\x1E\x1F\x00\x83\x85\x00\x0F\xC0\x0F\xE0\x0F\x40\x00\x00",
+                                                 16);
+    QTest::newRow("configuration up to 0x30000D")
+        << linearAddress(0x30) + hexRecord(0, 0x0C, QByteArray("\x0E\x00\x55\x55", 4)) << none
+        << delivered.left(12) + QByteArray("\x0E\x00\x00\x00", 4);
+    QTest::newRow("record at 0x30000D") << linearAddress(0x30) + hexRecord(0, 0x0D, QByteArray(1, '\0')) << none
+                                        << delivered;
+    QTest::newRow("last bytes of 64 KiB") << hexRecord(0, 0xFFF0, many) << none << delivered;
+    QTest::newRow("above 64 KiB") << linearAddress(1) + hexRecord(0, 0x1000, many) << none << delivered;
+    QTest::newRow("user id") << linearAddress(0x20) + hexRecord(0, 0, many) << none << delivered;
+    QTest::newRow("EEPROM") << linearAddress(0xF0) + hexRecord(0, 0, many) << none << delivered;
+    QTest::newRow("end of the address range")
+        << linearAddress(0xFFFF) + hexRecord(0, 0xFFFF, many) << none << delivered;
+    QTest::newRow("start addresses") << hexRecord(3, 0x1000, "\x01\x02\x03\x04") + hexRecord(5, 0x1000, many) << none
+                                     << delivered;
+    QTest::newRow("after the end of file") << endOfFile + hexRecord(0, 0x1000, two) << two << delivered;
+}
+
+void PicHexTest::recordsGoWhereTheirAddressBelongs()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QByteArray, program);
+    QFETCH(QByteArray, configuration);
+    PicBench bench;
+    QVERIFY(bench.program(file));
+    QVERIFY(bench.memory().programMemory() == erasedMemory().replace(0x1000, 2, program));
+    QVERIFY(bench.memory().eeprom() == erasedMemory(1024));
+    const Pic18Device::Configuration &actual = bench.memory().configuration();
+    QCOMPARE(QByteArray(reinterpret_cast<const char *>(actual.data()), 16), configuration);
+    QCOMPARE(bench.boards().violations(), QStringList());
+}
+
+void PicHexTest::percentagesFollowTheBytes()
+{
+    const auto percentages = [](const QByteArray &file) {
+        PicBench bench;
+        QSignalSpy progress(&bench.programmer(), SIGNAL(lineProgrammed(int)));
+        if (!bench.program(file))
+            return QList<int>();
+        QList<int> result;
+        for (const QList<QVariant> &arguments : progress)
+            result << arguments.at(0).toInt();
+        return result;
+    };
+    QByteArray windows;
+    QByteArray unixLike;
+    for (unsigned int line = 0; line < 200; ++line) { // of 45 characters with CR LF
+        windows += hexRecord(0, 16 * line, sequence(16));
+        unixLike += hexRecord(0, 16 * line, sequence(16), "\n");
+    }
+    QList<int> all;
+    for (int percent = 1; percent <= 100; ++percent)
+        all << percent;
+    QCOMPARE(percentages(windows), all);
+    const QList<int> clamped = percentages(unixLike);
+    QCOMPARE(clamped.last(), 100);
+    QVERIFY(std::is_sorted(clamped.begin(), clamped.end()));
+    QCOMPARE(clamped.toSet().size(), clamped.size());
+    QCOMPARE(percentages(hexRecord(0, 0, sequence(16)) + QByteArray(955, ' ')), QList<int>({4, 100}));
+}
+
+void PicHexTest::verifyFailureStopsTheRun_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<int>("actual");
+    QTest::newRow("write does nothing") << "ignore" << 0xFF;
+    QTest::newRow("bit flips") << "flip" << 0x24 + 0x10;
+    QTest::newRow("bit was not erased") << "erase" << 0x20;
+}
+
+void PicHexTest::verifyFailureStopsTheRun()
+{
+    QFETCH(QString, fault);
+    QFETCH(int, actual);
+    PicBench bench;
+    Pic18Memory &memory = bench.memory();
+    if (fault == "ignore")
+        memory.ignoreWrites(0x44);
+    else if (fault == "flip")
+        memory.flipOnWrite(0x43, 0x10);
+    else
+        memory.programMemory()[0x43] = '\xFB';
+    const QByteArray third = hexRecord(0, 0x40, "\x21\x22\x23\x24");
+    QVERIFY(!bench.program(hexRecord(0, 0, sequence(16)) + hexRecord(0, 0x10, sequence(16)) + third +
+                           hexRecord(0, 0x80, sequence(16))));
+    QVERIFY(bench.programmer().isFinished());
+    QCOMPARE(memory.programMemory().mid(0x80, 16), erasedMemory(16));
+    const QStringList lines = DebugLines::take();
+    const bool firstByte = fault == "ignore";
+    QCOMPARE(lines.value(0), QString("u32VerifyAddress: %1 u8VerifyCorrect: %2 u8VerifyActual %3")
+                                 .arg(firstByte ? 0x40 : 0x43)
+                                 .arg(firstByte ? 0x21 : 0x24)
+                                 .arg(actual));
+    QCOMPARE(lines.mid(1), QStringList({"u8PicWriteRecord error", "\"" + third.trimmed() + "\\n\"", "Flash_Data_Len: 4",
+                                        "Flash_Address: 64"}));
+}
+
+void PicHexTest::unsoundLineStopsTheRunBeforeItIsWritten_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QString>("reason");
+    const QByteArray good = hexRecord(0, 0x40, sequence(16));
+    QTest::newRow("wrong sum") << hexRecord(0, 0x40, "\x01", "\r\n", 1) << "checksum computed: 190, in the record: 191";
+    QTest::newRow("wrong sum of an address")
+        << hexRecord(4, 0, QByteArray(2, '\0'), "\n", 2) << "checksum computed: 250";
+    QTest::newRow("digit that is none") << QByteArray(good).replace(12, 1, "G") << "checksum computed";
+    QTest::newRow("cut in the sum") << good.left(42) + "\n"
+                                    << "shorter than its data byte count";
+    QTest::newRow("cut in the data") << good.left(20) + "\n"
+                                     << "shorter than its data byte count";
+    QTest::newRow("cut in the address") << good.left(6) + "\n"
+                                        << "shorter than any record";
+    QTest::newRow("101 bytes") << hexRecord(0, 0x40, sequence(101)) << "too many data bytes";
+    QTest::newRow("255 bytes") << hexRecord(0, 0x40, sequence(255)) << "too many data bytes";
+    QTest::newRow("unknown type") << hexRecord(6, 0x40, sequence(16)) << "unknown record type";
+    QTest::newRow("address of one byte") << hexRecord(4, 0, "\x30") << "no extended address";
+    QTest::newRow("segment of no bytes") << hexRecord(2, 0, "") << "no extended address";
+    QTest::newRow("too long a line") << good.trimmed() + QByteArray(2000, ' ') << "longer than any record";
+}
+
+void PicHexTest::unsoundLineStopsTheRunBeforeItIsWritten()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(QString, reason);
+    PicBench bench;
+    QVERIFY(!bench.program(hexRecord(0, 0, "\x01\x02") + line + hexRecord(0, 0x80, "\x01\x02")));
+    QVERIFY(bench.programmer().isFinished());
+    QVERIFY(bench.memory().programMemory() == erasedMemory().replace(0, 2, "\x01\x02"));
+    const QStringList lines = DebugLines::take();
+    QCOMPARE(lines.size(), 1);
+    QVERIFY2(lines.at(0).startsWith("hex file refused at line 2: " + reason), qPrintable(lines.at(0)));
+}
+
+void PicHexTest::linesThatDoNotActArePassedOver()
+{
+    PicBench bench;
+    QVERIFY(bench.program("\r\n\n   \n" + hexRecord(0, 0x40, "", "\n", 1) + hexRecord(1, 0, "", "\n", 1) +
+                          hexRecord(5, 0, sequence(4), "\n", 1) + hexRecord(0, 0, "\x05\x06", "")));
+    QVERIFY(bench.memory().programMemory() == erasedMemory().replace(0, 2, "\x05\x06"));
+    QCOMPARE(DebugLines::take(), QStringList());
+}
+
+void PicHexTest::unreadableFilesEndTheRun()
+{
+    for (const char *const path : {"/tmp/missing.hex", "/tmp"}) {
+        PicBench bench;
+        bench.programmer().programPic(path);
+        QVERIFY(bench.programmer().isFinished() && !bench.programmer().isProgrammed());
+        QCOMPARE(DebugLines::take(), QStringList(QString("Failed to open hex file: \"%1\"").arg(path)));
+    }
+}
+
+void PicHexTest::rubbishNeverHangs()
+{
+    for (const char *const piece : {"", ":", "no hex\r", "\n", "lines of words that are no records\n"}) {
+        const qint64 size = QByteArray(piece).endsWith('\n') ? 10000000 : 100000000;
+        QFile file("/tmp/rubbish.hex");
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        const QByteArray chunk = *piece ? QByteArray(piece).repeated(100000) : QByteArray();
+        while (!chunk.isEmpty() && file.size() < size)
+            file.write(chunk);
+        file.resize(size); // the first is all zero bytes
+        file.close();
+        PicBench bench;
+        QElapsedTimer timer;
+        timer.start();
+        bench.programmer().programPic("/tmp/rubbish.hex");
+        QVERIFY(bench.programmer().isFinished());
+        QVERIFY(timer.elapsed() < 20000);
+        QVERIFY(bench.memory().programMemory() == erasedMemory());
+    }
+    QFile::remove("/tmp/rubbish.hex");
+}
+
+// Good files with a few bytes changed, and lines doubled, cut or swapped.
+void PicHexTest::damagedFilesNeverHarm()
+{
+    std::mt19937 random(20110);
+    const auto below = [&random](int limit) {
+        return static_cast<int>(random() % static_cast<unsigned int>(limit));
+    };
+    const QByteArray alphabet("0123456789ABCDEFabcdef:\r\n \0\xFFz", 29);
+    const int inputs = 500;
+    for (int input = 0; input < inputs; ++input) {
+        QByteArray file;
+        for (int line = below(6); line >= 0; --line) {
+            file += hexRecord(below(8) ? 0 : below(7), static_cast<unsigned int>(below(0x10000)),
+                              sequence(below(9) ? below(20) : below(256), below(256)), below(2) ? "\n" : "\r\n",
+                              below(20) == 0);
+        }
+        for (int damage = below(4); damage > 0 && !file.isEmpty(); --damage) {
+            const int position = below(file.size());
+            if (below(3))
+                file[position] = alphabet.at(below(alphabet.size()));
+            else
+                file.remove(position, below(10));
+        }
+        PicBench bench;
+        QSignalSpy progress(&bench.programmer(), SIGNAL(lineProgrammed(int)));
+        bench.program(file);
+        QVERIFY(bench.programmer().isFinished());
+        for (const QList<QVariant> &arguments : progress)
+            QVERIFY(arguments.at(0).toInt() >= 1 && arguments.at(0).toInt() <= 100);
+        QVERIFY(bench.memory().eeprom() == erasedMemory(1024));
+        for (const QString &violation : bench.boards().violations())
+            QVERIFY2(violation.contains("no bit can rise"), qPrintable(violation)); // records that overlap
+    }
+}
+
+QTEST_GUILESS_MAIN(PicHexTest)
+#include "PicHexTest.moc"

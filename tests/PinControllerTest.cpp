@@ -1,0 +1,158 @@
+#include <QtTest>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "pic/MemoryMap.h"
+#include "pic/MemoryMappedPinController.h"
+#include "pic/PicDelay.h"
+#include "tests/DebugLines.h"
+
+namespace {
+
+const char memoryDevice[] = "/dev/mem";
+const qint64 block = 0x80018000LL;
+
+void writeWord(qint64 address, quint32 word)
+{
+    QFile memory(memoryDevice);
+    QVERIFY(memory.open(QIODevice::ReadWrite) && memory.seek(address));
+    QCOMPARE(memory.write(reinterpret_cast<const char *>(&word), sizeof word), qint64(sizeof word));
+}
+
+quint32 readWord(qint64 address)
+{
+    quint32 word = 0;
+    QFile memory(memoryDevice);
+    if (memory.open(QIODevice::ReadOnly) && memory.seek(address))
+        memory.read(reinterpret_cast<char *>(&word), sizeof word);
+    return word;
+}
+
+int openDescriptors()
+{
+    return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
+}
+
+bool isMapped(const QByteArray &path)
+{
+    QFile maps("/proc/self/maps");
+    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains(path);
+}
+
+} // namespace
+
+/// The pin controller on a sparse file in place of the physical memory, and the delays on the real clock.
+class PinControllerTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void changesOnlyTheBitsOfTheMask();
+    void readsTrueWhenAnyPinOfTheMaskIsHigh();
+    void releasesItsMappingAndDescriptor();
+    void refusesEverythingWithoutAMapping();
+    void mapsWithTheProtectionAsked();
+    void delaysLastAtLeastAsLongAsStated();
+};
+
+void PinControllerTest::init()
+{
+    QFile::remove(memoryDevice);
+    QFile memory(memoryDevice);
+    QVERIFY(memory.open(QIODevice::WriteOnly));
+    QVERIFY(memory.resize(block + getpagesize()));
+}
+
+void PinControllerTest::changesOnlyTheBitsOfTheMask()
+{
+    writeWord(block + 0x740, 0xA5A5A5A5);
+    writeWord(block + 0xB40, 0x0000F000);
+    MemoryMappedPinController pins(0x80018000);
+    pins.setValue(0x740, 0x00FF0000, 1);
+    QCOMPARE(readWord(block + 0x740), 0xA5FFA5A5U);
+    pins.setValue(0x740, 0x000F0000, 2);
+    QCOMPARE(readWord(block + 0x740), 0xA5F0A5A5U);
+    pins.setValue(0x740, 0x0000FFFF, 0);
+    QCOMPARE(readWord(block + 0x740), 0xA5F00000U);
+    pins.setValue(0x740, 0, 1);
+    QCOMPARE(readWord(block + 0x740), 0xA5F00000U);
+    pins.setDirection(0xB40, 0x80000400, MemoryMappedPinController::PIN_OUTPUT);
+    QCOMPARE(readWord(block + 0xB40), 0x8000F400U);
+    pins.setDirection(0xB40, 0x0000C000, MemoryMappedPinController::PIN_INPUT);
+    QCOMPARE(readWord(block + 0xB40), 0x80003400U);
+}
+
+void PinControllerTest::readsTrueWhenAnyPinOfTheMaskIsHigh()
+{
+    writeWord(block + 0x940, 0x8000);
+    MemoryMappedPinController pins(0x80018000);
+    QVERIFY(pins.getValue(0x940, 0x8000));
+    QVERIFY(pins.getValue(0x940, 0xFFFFFFFF));
+    QVERIFY(!pins.getValue(0x940, 0x7FFF));
+    QVERIFY(!pins.getValue(0x940, 0));
+}
+
+void PinControllerTest::releasesItsMappingAndDescriptor()
+{
+    const int before = openDescriptors();
+    {
+        const MemoryMappedPinController pins(0x80018000);
+        QVERIFY(isMapped(memoryDevice));
+    }
+    QVERIFY(!isMapped(memoryDevice));
+    QCOMPARE(openDescriptors(), before);
+}
+
+void PinControllerTest::refusesEverythingWithoutAMapping()
+{
+    const auto useAll = [](unsigned int base) {
+        MemoryMappedPinController pins(base);
+        pins.setDirection(0xB40, 0x4000, MemoryMappedPinController::PIN_OUTPUT);
+        pins.setValue(0x740, 0x4000, 1);
+        return pins.getValue(0x940, 0xFFFFFFFF);
+    };
+    const DebugLines lines;
+    const int before = openDescriptors();
+    QVERIFY(!useAll(0x80018004)); // not on a page boundary
+    QCOMPARE(lines.take(), QStringList("failed to map memory map file \"/dev/mem\""));
+    QCOMPARE(openDescriptors(), before);
+    QVERIFY(QFile::remove(memoryDevice));
+    QVERIFY(!useAll(0x80018000));
+    QCOMPARE(lines.take(), QStringList("failed to open memory map file \"/dev/mem\""));
+}
+
+void PinControllerTest::mapsWithTheProtectionAsked()
+{
+    const QList<QPair<int, QByteArray>> rights = {{0x8, "---s"}, {0x1, "r--s"}, {0x3, "rw-s"}, {0xF3, "rw-s"}};
+    for (const auto &right : rights) {
+        const MemoryMap map(memoryDevice, getpagesize(), right.first, true, static_cast<int>(0x80018000));
+        QVERIFY(map.pointer());
+        QCOMPARE(map.mappedLength(), getpagesize());
+        QVERIFY(isMapped(right.second + " 80018000"));
+    }
+    const MemoryMap copy(memoryDevice, getpagesize(), 3, false, 0);
+    static_cast<char *>(copy.pointer())[0] = 1;
+    QCOMPARE(readWord(0), 0U);
+}
+
+void PinControllerTest::delaysLastAtLeastAsLongAsStated()
+{
+    for (const PIC_DELAY delay : {DELAY_P9, DELAY_P10, DELAY_P11, DELAY_ENTRY, DELAY_RESET, DELAY_SETUP}) {
+        QElapsedTimer timer;
+        timer.start();
+        waitFor(delay);
+        QVERIFY(timer.nsecsElapsed() >= picDelayNanoseconds[delay]);
+    }
+    for (const PIC_DELAY delay : {DELAY_CLOCK, DELAY_COMMAND, DELAY_OPERAND, DELAY_RELEASE, DELAY_PULSE}) {
+        const int repetitions = 10000;
+        QElapsedTimer timer;
+        timer.start();
+        for (int i = 0; i < repetitions; ++i)
+            waitFor(delay);
+        QVERIFY(timer.nsecsElapsed() >= qint64(repetitions) * picDelayNanoseconds[delay]);
+    }
+}
+
+QTEST_GUILESS_MAIN(PinControllerTest)
+#include "PinControllerTest.moc"
