@@ -5,6 +5,7 @@
 #include <QtDebug>
 
 #include "screens/ScreenTypes.h"
+#include "serial/TtyHandler.h"
 
 UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags) : QWidget(parent, flags)
 {
@@ -17,12 +18,24 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     m_UpdateType = UpdateViaPc;
     m_UpdateState = StatePcConnect;
     m_SystemType = SYSTEM_NAND;
+    m_PicProgrammer = nullptr;
+    m_EsaFile = nullptr;
+    m_EsaTransferActive = false;
+    m_EsaMBoardEntered = false;
+    m_EsaIoBoardEntered = false;
+    m_EsaUpdateFinished = false;
+    m_EsaUpdateSucceeded = false;
+    m_EsaPacketNumber = 0;
+    m_EsaReplyTimer.setSingleShot(true);
 
     const QSettings settings;
     m_PicUpdateEnabled = settings.value(QLatin1String("PicEnable"), false).toBool();
     m_AvrUpdateEnabled = settings.value(QLatin1String("AvrEnable"), false).toBool();
     qDebug().nospace() << "\nm_PicUpdateEnabled: " << m_PicUpdateEnabled;
     qDebug().nospace() << "\nm_AvrUpdateEnabled: " << m_AvrUpdateEnabled;
+
+    m_TtyHandler = new TtyHandler(QLatin1String("/dev/ttyAPP1"), this);
+    connect(this, SIGNAL(ESAUpdateSendNextPacket()), this, SLOT(sendNextESAPacket()));
 }
 
 void UpdaterProgressScreen::F3Clicked()

@@ -3,9 +3,15 @@
 
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 #include <QWidget>
 
+#include "serial/EsaBoard.h"
 #include "ui_UpdaterProgressScreen.h"
+
+class PicProgrammer;
+class QFile;
+class TtyHandler;
 
 /// Which root file system the package is for.
 enum SYSTEM_TYPE { SYSTEM_SDCARD = 0, SYSTEM_NAND = 1, SYSTEM_UNKNOWN = 2 };
@@ -31,6 +37,8 @@ public:
 signals:
     /// Asks for the screen at `newIndex` (ScreenIndex) to be shown.
     void requestChangeScreen(int newIndex);
+    /// The board is ready for the next packet.
+    void ESAUpdateSendNextPacket();
 
 protected slots:
     /// One step of the update sequence.
@@ -41,6 +49,16 @@ protected slots:
     void F4Clicked();
     /// Prepares the sequence for the source `updateType` (UpdateType) and shows its prompt.
     void setUpdateType(int updateType);
+
+    // pic/PicUpdate.cpp: what the programmer of the running step reports
+    void picEraseComplete();
+    void picEraseError();
+    void picLineProgrammed(int percentComplete);
+    void blockErased(int percentComplete);
+
+    // serial/EsaUpdate.cpp: the transfer, driven by what the board sends
+    void ESADataReceived();
+    void sendNextESAPacket();
 
 private:
     // Messages: each is on the display before the call returns, because the next step may block for minutes.
@@ -86,10 +104,40 @@ private:
     int updateUbiImage(QString fileName);
     int updateRootfs(QString fileName);
 
+    // update/BoardCommands.cpp: the lines for the microcontrollers
+    struct EsaCommand;
+    static const EsaCommand esaCommands[];
+    bool processBoardCommand(const QString &keyword, const QString &argument, bool *known);
+    bool processPic(const QString &keyword, const QString &argument);
+    bool processEsa(const EsaCommand &command, const QString &argument);
+
+    // pic/PicUpdate.cpp
+    int updatePic(int picNumber, QString fileName);
+
+    // serial/EsaUpdate.cpp
+    int updateESA(QString fileName, ESA_BOARD_ID board, ESA_UPDATE_TYPE updateType);
+    void discardStrayBytes();
+    void enterBootLoaderOnce(ESA_BOARD_ID board);
+    void waitForEndOfEsaUpdate();
+    void endEsaUpdate(bool succeeded);
+    QByteArray makeEsaPacket(const QByteArray &block) const;
+    static quint16 calcrc(const char *data, int length);
+
     Ui_UpdaterProgressScreen ui;
     int m_UpdateType;
     int m_UpdateState;
     SYSTEM_TYPE m_SystemType;
+    PicProgrammer *m_PicProgrammer; ///< of the running PIC step
+    QString m_UpdateFileName;       ///< of the running PIC step or ESA update, with its path
+    QFile *m_EsaFile;               ///< the image of the running ESA update
+    TtyHandler *m_TtyHandler;
+    bool m_EsaTransferActive;
+    bool m_EsaMBoardEntered;  ///< the board has been told to enter its boot loader; once is enough for a run
+    bool m_EsaIoBoardEntered; ///< likewise
+    bool m_EsaUpdateFinished;
+    bool m_EsaUpdateSucceeded;
+    quint8 m_EsaPacketNumber;
+    QTimer m_EsaReplyTimer; ///< runs out when a board has been silent for too long
     bool m_PicUpdateEnabled;
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;

@@ -53,6 +53,10 @@ bool UpdaterProgressScreen::processCommandLine(const QString &commandLine)
         if (keyword == QLatin1String(command.keyword))
             return (this->*command.process)(argument);
     }
+    bool known = false;
+    const bool boardUpdated = processBoardCommand(keyword, argument, &known);
+    if (known)
+        return boardUpdated;
     appendFailure(tr("Unknown command: %1:%2").arg(keyword, argument));
     return false;
 }

@@ -1,0 +1,79 @@
+// The update of one PIC: all PICs into reset, then erase, program and verify the chosen one, shown in percent.
+
+#include <QApplication>
+#include <QFile>
+#include <QtDebug>
+#include <unistd.h>
+
+#include "pic/MemoryMappedPinController.h"
+#include "pic/PicPins.h"
+#include "pic/PicProgrammer.h"
+#include "screens/UpdaterProgressScreen.h"
+#include "update/UpdatePaths.h"
+
+namespace {
+
+const unsigned int settleSeconds = 1; // for the boards, once their PICs stand still
+
+// Only the chosen PIC may listen on the shared lines, and no other may move anything while the instrument is in parts.
+void holdAllPicsInReset()
+{
+    MemoryMappedPinController pinController(pinControlBlock);
+    for (int picNumber = 1; picNumber <= picCount; ++picNumber)
+        holdInReset(&pinController, picNumber);
+    pinController.setValue(ispEnablePin.outputRegister, ispEnablePin.mask, 1);
+}
+
+} // namespace
+
+/// Programs PIC 1 to 4 with the HEX file `fileName` of the package. Returns 0 when it is erased, programmed with the
+/// whole file and verified, else -1. The PICs stay as they are then: a half-updated instrument must not start to move.
+int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
+{
+    m_UpdateFileName = UpdatePaths::packageDirectory + fileName;
+    if (!QFile::exists(m_UpdateFileName)) {
+        qDebug().nospace() << "Failed to find hex file: " << m_UpdateFileName;
+        return -1;
+    }
+
+    holdAllPicsInReset();
+    sleep(settleSeconds);
+    m_PicProgrammer = new PicProgrammer(picNumber, nullptr);
+    connect(m_PicProgrammer, SIGNAL(eraseDone()), this, SLOT(picEraseComplete()));
+    connect(m_PicProgrammer, SIGNAL(eraseError()), this, SLOT(picEraseError()));
+    connect(m_PicProgrammer, SIGNAL(lineProgrammed(int)), this, SLOT(picLineProgrammed(int)));
+    connect(m_PicProgrammer, SIGNAL(eraseNextBlock(int)), this, SLOT(blockErased(int)));
+
+    appendLine(tr("Erasing PIC: "));
+    appendFirstPercentage();
+    m_PicProgrammer->ev_pic_begin_erase();
+    while (!m_PicProgrammer->isFinished())
+        QApplication::processEvents(QEventLoop::AllEvents);
+
+    const bool programmed = m_PicProgrammer->isProgrammed();
+    delete m_PicProgrammer;
+    m_PicProgrammer = nullptr;
+    return programmed ? 0 : -1;
+}
+
+void UpdaterProgressScreen::picEraseComplete()
+{
+    appendLine(tr("PIC Erase Complete\nProgramming PIC: "));
+    appendFirstPercentage();
+    m_PicProgrammer->programPic(m_UpdateFileName);
+}
+
+void UpdaterProgressScreen::picEraseError()
+{
+    appendFailure(tr("PIC Erase Error\n "));
+}
+
+void UpdaterProgressScreen::picLineProgrammed(int percentComplete)
+{
+    replacePercentage(percentComplete);
+}
+
+void UpdaterProgressScreen::blockErased(int percentComplete)
+{
+    replacePercentage(percentComplete);
+}

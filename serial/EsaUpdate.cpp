@@ -1,0 +1,185 @@
+// The update of the ESA boards: one image at a time, to the boot loader of the selected board, as XMODEM-CRC packets.
+
+#include <QApplication>
+#include <QFile>
+#include <QtDebug>
+
+#include "pic/MemoryMappedPinController.h"
+#include "pic/PicPins.h"
+#include "screens/UpdaterProgressScreen.h"
+#include "serial/TtyHandler.h"
+#include "update/UpdatePaths.h"
+
+namespace {
+
+// The board select pin: bank 4, pin 10. Low reaches the IO board, high the Measurement board.
+const unsigned int selectOutputRegister = 0x740;
+const unsigned int selectDirectionRegister = 0xB40;
+const unsigned int selectPinMask = 1U << 10;
+
+// What the boot loader is told.
+const char enterBootLoader = 'B';
+const char receiveApplication = '2';
+const char receiveEeprom = '3';
+
+// XMODEM-CRC. The first block has the number 0 here.
+const char startOfHeader = 0x01;
+const char endOfTransmission = 0x04;
+const char acknowledge = 0x06;
+const char negativeAcknowledge = 0x15;
+const char receiverReady = 'C';
+const char padding = 0x1A;
+const int blockSize = 128;
+const quint16 crcPolynomial = 0x1021;
+const quint16 crcTopBit = 0x8000;
+
+// A board may first have to erase its flash; after that it answers within the time of a few blocks.
+const int receiverTimeoutMs = 30000;
+const int replyTimeoutMs = 10000;
+
+void selectBoard(ESA_BOARD_ID board)
+{
+    MemoryMappedPinController pinController(pinControlBlock);
+    pinController.setDirection(selectDirectionRegister, selectPinMask, MemoryMappedPinController::PIN_OUTPUT);
+    pinController.setValue(selectOutputRegister, selectPinMask, board == ESA_IO_BOARD ? 0 : 1);
+}
+
+} // namespace
+
+/// Sends the image `fileName` of the package to `board`. Returns 0 when the board has acknowledged every block, else
+/// -1.
+int UpdaterProgressScreen::updateESA(QString fileName, ESA_BOARD_ID board, ESA_UPDATE_TYPE updateType)
+{
+    connect(m_TtyHandler, SIGNAL(readyRead()), this, SLOT(ESADataReceived()), Qt::UniqueConnection);
+    m_EsaUpdateFinished = false;
+    m_EsaUpdateSucceeded = false;
+    if (!m_AvrUpdateEnabled) {
+        appendFailure(tr("Failed - AVR updates not enabled"));
+        return -1;
+    }
+
+    m_UpdateFileName = UpdatePaths::packageDirectory + fileName;
+    if (!QFile::exists(m_UpdateFileName)) {
+        qDebug().nospace() << "Failed to find file: " << qPrintable(m_UpdateFileName);
+        return -1;
+    }
+    QFile file(m_UpdateFileName);
+    if (!file.open(QIODevice::ReadOnly)) {
+        qDebug().nospace() << "Failed to open ESA file: " << qPrintable(m_UpdateFileName);
+        return -1;
+    }
+
+    m_EsaFile = &file;
+    discardStrayBytes();
+    selectBoard(board);
+    enterBootLoaderOnce(board);
+    m_TtyHandler->sendByteArray(QByteArray(1, updateType == ESA_EEPROM ? receiveEeprom : receiveApplication));
+    waitForEndOfEsaUpdate();
+    m_EsaFile = nullptr;
+    return m_EsaUpdateSucceeded ? 0 : -1;
+}
+
+/// What came between two updates is from the other board or from an earlier transfer, and must not start this one.
+void UpdaterProgressScreen::discardStrayBytes()
+{
+    const QByteArray strayBytes = m_TtyHandler->readAll();
+    if (!strayBytes.isEmpty())
+        qDebug().nospace() << "unknown received: " << strayBytes.toHex().constData();
+}
+
+void UpdaterProgressScreen::enterBootLoaderOnce(ESA_BOARD_ID board)
+{
+    bool &entered = board == ESA_IO_BOARD ? m_EsaIoBoardEntered : m_EsaMBoardEntered;
+    if (!entered)
+        m_TtyHandler->sendByteArray(QByteArray(1, enterBootLoader));
+    entered = true;
+}
+
+/// The transfer itself happens in the slots below, as the board's replies arrive. Each of the board's silences has an
+/// end: the timer, which also wakes the event loop then.
+void UpdaterProgressScreen::waitForEndOfEsaUpdate()
+{
+    m_EsaReplyTimer.start(receiverTimeoutMs);
+    while (!m_EsaUpdateFinished) {
+        QApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+        if (!m_EsaUpdateFinished && !m_EsaReplyTimer.isActive()) {
+            qDebug() << "ESA board does not answer";
+            endEsaUpdate(false);
+        }
+    }
+    m_EsaReplyTimer.stop();
+}
+
+void UpdaterProgressScreen::ESADataReceived()
+{
+    const QByteArray chunk = m_TtyHandler->readAll();
+    const bool updateRuns = m_EsaFile != nullptr && !m_EsaUpdateFinished;
+    if (chunk.contains(receiverReady) && updateRuns && !m_EsaTransferActive) {
+        m_EsaTransferActive = true;
+        m_EsaPacketNumber = 0;
+        emit ESAUpdateSendNextPacket();
+    } else if (m_EsaTransferActive && chunk.contains(acknowledge)) {
+        emit ESAUpdateSendNextPacket();
+    } else if (m_EsaTransferActive && chunk.contains(negativeAcknowledge)) {
+        endEsaUpdate(false);
+        qDebug() << "ESA NACK received";
+    } else {
+        qDebug().nospace() << "unknown received: " << chunk.toHex().constData();
+    }
+}
+
+void UpdaterProgressScreen::sendNextESAPacket()
+{
+    if (m_EsaFile->atEnd()) {
+        endEsaUpdate(true);
+        m_TtyHandler->sendByteArray(QByteArray(1, endOfTransmission));
+        qDebug() << "ESA programming finished";
+        return;
+    }
+
+    QByteArray block = m_EsaFile->read(blockSize);
+    if (block.isEmpty()) {
+        qDebug().nospace() << "Failed to read ESA file: " << qPrintable(m_UpdateFileName);
+        endEsaUpdate(false);
+        return;
+    }
+    m_TtyHandler->sendByteArray(makeEsaPacket(block.leftJustified(blockSize, padding)));
+    ++m_EsaPacketNumber;
+    m_EsaReplyTimer.start(replyTimeoutMs);
+}
+
+QByteArray UpdaterProgressScreen::makeEsaPacket(const QByteArray &block) const
+{
+    const quint16 crc = calcrc(block.constData(), block.size());
+    QByteArray packet;
+    packet.append(startOfHeader);
+    packet.append(static_cast<char>(m_EsaPacketNumber));
+    packet.append(static_cast<char>(~m_EsaPacketNumber));
+    packet.append(block);
+    packet.append(static_cast<char>(crc >> 8));
+    packet.append(static_cast<char>(crc));
+    return packet;
+}
+
+void UpdaterProgressScreen::endEsaUpdate(bool succeeded)
+{
+    m_EsaUpdateFinished = true;
+    m_EsaUpdateSucceeded = succeeded;
+    m_EsaTransferActive = false;
+}
+
+/// CRC-16/XMODEM: polynomial 0x1021, from 0, most significant bit first.
+quint16 UpdaterProgressScreen::calcrc(const char *data, int length)
+{
+    quint16 crc = 0;
+    for (int index = 0; index < length; ++index) {
+        crc = static_cast<quint16>(crc ^ (static_cast<unsigned char>(data[index]) << 8));
+        for (int bit = 0; bit < 8; ++bit) {
+            const bool carry = (crc & crcTopBit) != 0;
+            crc = static_cast<quint16>(crc << 1);
+            if (carry)
+                crc ^= crcPolynomial;
+        }
+    }
+    return crc;
+}

@@ -1,0 +1,208 @@
+#include <QApplication>
+#include <QSettings>
+#include <QTextEdit>
+#include <QtTest>
+
+#include "bench/pic/HexRecord.h"
+#include "bench/pic/VirtualBoards.h"
+#include "tests/DebugLines.h"
+#include "tests/Instrument.h"
+#include "tests/Panel.h"
+
+namespace {
+
+using Files = QList<QPair<QString, QByteArray>>;
+
+/// 400 records of 16 bytes and two configuration bytes, with the line ends of DOS.
+QByteArray hexFile(char seed)
+{
+    QByteArray file;
+    for (unsigned int record = 0; record < 400; ++record)
+        file += hexRecord(0x00, record * 16, QByteArray(16, static_cast<char>(seed + static_cast<char>(record))));
+    file += hexRecord(0x04, 0, QByteArray("\x00\x30", 2)) + hexRecord(0x00, 0, QByteArray("\x00\x06", 2));
+    return file + hexRecord(0x01, 0, QByteArray());
+}
+
+QByteArray programOf(char seed)
+{
+    QByteArray content;
+    for (int record = 0; record < 400; ++record)
+        content += QByteArray(16, static_cast<char>(seed + static_cast<char>(record)));
+    return content;
+}
+
+QByteArray programMemory(int picNumber)
+{
+    return VirtualBoards::installed().pic(picNumber).memory().programMemory();
+}
+
+} // namespace
+
+/// The PIC lines of a command file, from the keyword to the last byte in the chip.
+class PicUpdateTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void chosenPicIsProgrammedAndShownInPercent();
+    void percentageReplacesTheOneBeforeIt();
+    void eachPicOfAPackageGetsItsOwnFile();
+    void otherPicsAreHeldInResetAndStaySo();
+    void disabledPicLineTouchesNothing();
+    void numberBehindTheWordSaysWhichPic_data();
+    void numberBehindTheWordSaysWhichPic();
+    void eraseFailureIsShownAndTheNextLineGoesOn();
+    void verifyFailureFailsTheLine();
+
+private:
+    QStringList update(Panel *panel, const QByteArray &commandFile, const Files &files);
+
+    std::unique_ptr<Instrument> m_Instrument;
+};
+
+void PicUpdateTest::initTestCase()
+{
+    QApplication::setOrganizationName("Vantrel");
+    QApplication::setApplicationName("Updater");
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
+}
+
+void PicUpdateTest::init()
+{
+    QSettings().setValue("PicEnable", true);
+    VirtualBoards::install(
+        {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
+    m_Instrument = std::make_unique<Instrument>();
+}
+
+/// The messages of the lines of `commandFile`.
+QStringList PicUpdateTest::update(Panel *panel, const QByteArray &commandFile, const Files &files)
+{
+    m_Instrument->makePackage(m_Instrument->insertMedium("mmcblk0p4") + "/firmware_update.tar.bz2", commandFile, files);
+    panel->press(Qt::Key_F3);
+    panel->press(Qt::Key_F1);
+    const QStringList shown = panel->messages();
+    const int first = shown.indexOf("Extracting update") + 1;
+    return shown.mid(first, shown.indexOf("Finalising update, please wait") - first);
+}
+
+void PicUpdateTest::chosenPicIsProgrammedAndShownInPercent()
+{
+    Panel panel;
+    QCOMPARE(update(&panel, "PIC2:/pic.hex\n", {{"pic.hex", hexFile('a')}}), QStringList()
+                                                                                 << "Updating PIC 2 with file: /pic.hex"
+                                                                                 << "Erasing PIC:"
+                                                                                 << "orange: 99%"
+                                                                                 << "PIC Erase Complete"
+                                                                                 << "Programming PIC:"
+                                                                                 << "orange: 100%");
+    QVERIFY(panel.lastMessage().startsWith("green: "));
+    QVERIFY(programMemory(2).startsWith(programOf('a') + QByteArray(64, '\xFF')));
+    QCOMPARE(static_cast<int>(VirtualBoards::installed().pic(2).memory().configuration()[1]), 0x06);
+    QCOMPARE(VirtualBoards::installed().violations(), QStringList());
+}
+
+void PicUpdateTest::percentageReplacesTheOneBeforeIt()
+{
+    Panel panel;
+    int mostPercentages = 0;
+    QStringList seen;
+    connect(panel.messageWindow(), &QTextEdit::textChanged, this, [&] {
+        const QStringList percentages = panel.messages().filter("orange: ");
+        mostPercentages = qMax(mostPercentages, percentages.size());
+        if (!percentages.isEmpty() && (seen.isEmpty() || seen.last() != percentages.last()))
+            seen << percentages.last();
+    });
+    update(&panel, "PIC1:/pic.hex\n", {{"pic.hex", hexFile('a')}});
+    QCOMPARE(mostPercentages, 2); // that of the erasure and that of the programming
+    QVERIFY(seen.contains("orange: 0%") && seen.contains("orange: 50%") && seen.contains("orange: 100%"));
+}
+
+void PicUpdateTest::eachPicOfAPackageGetsItsOwnFile()
+{
+    Panel panel;
+    update(&panel, "PIC1:/1.hex\nPIC2:/2.hex\nPIC3:/3.hex\nPIC4:/4.hex\n",
+           {{"1.hex", hexFile('1')}, {"2.hex", hexFile('2')}, {"3.hex", hexFile('3')}, {"4.hex", hexFile('4')}});
+    QVERIFY(panel.lastMessage().startsWith("green: "));
+    for (int picNumber = 1; picNumber <= 4; ++picNumber)
+        QVERIFY(programMemory(picNumber).startsWith(programOf(static_cast<char>('0' + picNumber)) + '\xFF'));
+    QCOMPARE(VirtualBoards::installed().violations(), QStringList());
+}
+
+void PicUpdateTest::otherPicsAreHeldInResetAndStaySo()
+{
+    Panel panel;
+    update(&panel, "PIC3:/pic.hex\n", {{"pic.hex", hexFile('a')}});
+    for (int picNumber = 1; picNumber <= 4; ++picNumber)
+        QCOMPARE(VirtualBoards::installed().pic(picNumber).isOutOfReset(), picNumber == 3);
+    QVERIFY(VirtualBoards::installed().pic(3).isInProgrammingMode());
+}
+
+void PicUpdateTest::disabledPicLineTouchesNothing()
+{
+    QSettings().setValue("PicEnable", false);
+    Panel panel;
+    QCOMPARE(update(&panel, "PIC1:/pic.hex\nSYSTEM:NAND\n", {{"pic.hex", hexFile('a')}}),
+             QStringList() << "red: Failed - PIC updates not enabled"
+                           << "System Type set to: NAND");
+    QVERIFY(panel.lastMessage().startsWith("red: Some of the updates failed"));
+    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+}
+
+void PicUpdateTest::numberBehindTheWordSaysWhichPic_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<QString>("announcement");
+    QTest::addColumn<QString>("failure");
+    QTest::newRow("leading zero") << QByteArray("PIC01:/gone.hex") << "Updating PIC 01 with file: /gone.hex"
+                                  << "red: Failed - Updating PIC[1] with file /gone.hex";
+    QTest::newRow("no number") << QByteArray("PIC:/gone.hex") << "Updating PIC  with file: /gone.hex"
+                               << "red: Failed - Updating PIC[0] with file /gone.hex";
+    QTest::newRow("no slash") << QByteArray("PIC1:pic.hex") << "Updating PIC 1 with file: pic.hex"
+                              << "red: Failed - Updating PIC[1] with file pic.hex";
+    QTest::newRow("place-holder") << QByteArray("PIC%2:/%1") << "Updating PIC %2 with file: /%1"
+                                  << "red: Failed - Updating PIC[0] with file /%1";
+    QTest::newRow("both words") << QByteArray("ESA_IO_APP_PIC:/x") << "Updating PIC _IO_APP_PIC with file: /x"
+                                << "red: Failed - Updating PIC[0] with file /x";
+}
+
+void PicUpdateTest::numberBehindTheWordSaysWhichPic()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(QString, announcement);
+    QFETCH(QString, failure);
+    Panel panel;
+    QCOMPARE(update(&panel, line, {{"pic.hex", hexFile('a')}}), QStringList() << announcement << failure);
+    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+}
+
+void PicUpdateTest::eraseFailureIsShownAndTheNextLineGoesOn()
+{
+    VirtualBoards::installed().pic(1).memory().programMemory()[0x10] = '\0';
+    VirtualBoards::installed().pic(1).memory().breakErase(0x10, 0x01);
+    Panel panel;
+    QCOMPARE(update(&panel, "PIC1:/pic.hex\nPIC2:/pic.hex\n", {{"pic.hex", hexFile('a')}}).mid(0, 5),
+             QStringList() << "Updating PIC 1 with file: /pic.hex"
+                           << "Erasing PIC:"
+                           << "orange: 0%"
+                           << "red: PIC Erase Error"
+                           << "red: Failed - Updating PIC[1] with file /pic.hex");
+    QVERIFY(!programMemory(1).startsWith(programOf('a')));
+    QVERIFY(programMemory(2).startsWith(programOf('a')));
+}
+
+void PicUpdateTest::verifyFailureFailsTheLine()
+{
+    VirtualBoards::installed().pic(4).memory().flipOnWrite(200 * 16, 0x01);
+    Panel panel;
+    const QStringList messages = update(&panel, "PIC4:/pic.hex\n", {{"pic.hex", hexFile('a')}});
+    QCOMPARE(messages.last(), QString("red: Failed - Updating PIC[4] with file /pic.hex"));
+    QCOMPARE(messages.at(messages.size() - 2), QString("orange: 49%"));
+    QVERIFY2(programMemory(4).endsWith(QByteArray(64 * 1024, '\xFF')), "records behind the failure are not written");
+}
+
+QTEST_MAIN(PicUpdateTest)
+
+#include "PicUpdateTest.moc"
