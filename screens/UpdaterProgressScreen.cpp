@@ -7,7 +7,8 @@
 #include "screens/ScreenTypes.h"
 #include "serial/TtyHandler.h"
 
-UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags) : QWidget(parent, flags)
+UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags)
+    : QWidget(parent, flags), m_EsaReplyTimer(this)
 {
     ui.setupUi(this);
 

@@ -14,6 +14,9 @@ public:
         unsigned int bit;
     };
 
+    /// The bank of the register at `offset`.
+    static unsigned int bankOf(unsigned int offset) { return offset / 0x10 % 0x10; }
+
     uint32_t read(unsigned int offset) const;
     /// Writes to an output or output-enable register; input registers cannot be written.
     void write(unsigned int offset, uint32_t value);

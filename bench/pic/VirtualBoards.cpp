@@ -51,8 +51,11 @@ uint32_t VirtualBoards::readRegister(unsigned int offset)
 void VirtualBoards::writeRegister(unsigned int offset, uint32_t value)
 {
     m_Clock.advance(accessNanoseconds);
-    if (m_Pins.read(offset) == value)
+    const uint32_t changed = m_Pins.read(offset) ^ value;
+    if (changed == 0)
         return;
+    if (beforeSelectChange && PinBlock::bankOf(offset) == selectPin.bank && (changed >> selectPin.bit & 1))
+        beforeSelectChange();
     m_Pins.write(offset, value);
     settle();
 }

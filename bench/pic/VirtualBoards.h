@@ -2,6 +2,7 @@
 #define BENCH_PIC_VIRTUALBOARDS_H
 
 #include <array>
+#include <functional>
 #include <memory>
 
 #include "bench/pic/Pic18Target.h"
@@ -16,6 +17,8 @@ class VirtualBoards
 {
 public:
     static const int picCount = 4;
+    /// Leads to the ESA boards, and to the MCLR of PIC 1.
+    static constexpr PinBlock::Pin selectPin = {4, 10};
     using Devices = std::array<const Pic18Device *, picCount>;
 
     explicit VirtualBoards(const Devices &devices);
@@ -29,6 +32,9 @@ public:
     uint32_t readRegister(unsigned int offset);
     void writeRegister(unsigned int offset, uint32_t value);
     void wait(qint64 nanoseconds);
+
+    /// Called before the pin that selects an ESA board changes: what has been sent until then is for the old board.
+    std::function<void()> beforeSelectChange;
 
     Pic18Target &pic(int number) { return *m_Pics[static_cast<size_t>(number - 1)]; } ///< 1 to 4
     const PinBlock &pins() const { return m_Pins; }

@@ -1,0 +1,65 @@
+#include "bench/esa/EsaBoards.h"
+
+#include "bench/pic/VirtualBoards.h"
+
+namespace {
+
+const int askIntervalMs = 1000;
+
+} // namespace
+
+EsaBoards::EsaBoards(QObject *parent)
+    : QObject(parent),
+      m_Line(QLatin1String("/dev/ttyAPP1"), nullptr),
+      m_IoBoard(QLatin1String("ESA IO board")),
+      m_MeasurementBoard(QLatin1String("ESA Measurement board"))
+{
+    connect(&m_Line, SIGNAL(readyRead()), this, SLOT(receive()));
+    connect(&m_AskTimer, SIGNAL(timeout()), this, SLOT(ask()));
+    m_AskTimer.start(askIntervalMs);
+    VirtualBoards::installed().beforeSelectChange = [this] {
+        receive();
+    };
+}
+
+EsaBoards::~EsaBoards()
+{
+    VirtualBoards::installed().beforeSelectChange = nullptr;
+}
+
+void EsaBoards::receive()
+{
+    const QByteArray bytes = m_Line.readAll();
+    if (bytes.isEmpty())
+        return;
+    if (!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin))
+        m_Violations << QLatin1String("serial bytes while the board select pin is not driven");
+    QByteArray replies;
+    for (const char byte : bytes)
+        replies += selected().receive(byte);
+    if (selected().blockCount() == m_UnplugAfter) {
+        m_Line.unplug();
+        m_AskTimer.stop();
+    } else {
+        send(replies);
+    }
+}
+
+void EsaBoards::ask()
+{
+    send(selected().ask());
+}
+
+EsaBootLoader &EsaBoards::selected()
+{
+    const bool high = VirtualBoards::installed().pins().isDrivenHigh(VirtualBoards::selectPin);
+    return high ? m_MeasurementBoard : m_IoBoard;
+}
+
+void EsaBoards::send(const QByteArray &bytes)
+{
+    if (!m_SplitReplies)
+        return m_Line.write(bytes);
+    for (const char byte : bytes)
+        m_Line.deliver(QByteArray(1, byte));
+}

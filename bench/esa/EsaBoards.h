@@ -1,0 +1,49 @@
+#ifndef BENCH_ESA_ESABOARDS_H
+#define BENCH_ESA_ESABOARDS_H
+
+#include <QObject>
+#include <QStringList>
+#include <QTimer>
+
+#include "bench/PseudoTerminal.h"
+#include "bench/esa/EsaBootLoader.h"
+
+/// The two ESA boards behind the serial port /dev/ttyAPP1. The select pin decides which of them hears and is heard.
+class EsaBoards : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit EsaBoards(QObject *parent);
+    ~EsaBoards() override;
+
+    EsaBootLoader &ioBoard() { return m_IoBoard; }
+    EsaBootLoader &measurementBoard() { return m_MeasurementBoard; }
+    PseudoTerminal &line() { return m_Line; }
+
+    QStringList violations() const { return m_Violations + m_IoBoard.violations() + m_MeasurementBoard.violations(); }
+
+    // Faults of the line.
+    /// The port goes away when the selected board has taken this many blocks.
+    void unplugAfter(int blockCount) { m_UnplugAfter = blockCount; }
+    /// Each byte of a reply reaches the program by itself, as if it had read between them.
+    void splitReplies() { m_SplitReplies = true; }
+
+protected slots:
+    void receive();
+    void ask();
+
+private:
+    EsaBootLoader &selected();
+    void send(const QByteArray &bytes);
+
+    PseudoTerminal m_Line;
+    EsaBootLoader m_IoBoard;
+    EsaBootLoader m_MeasurementBoard;
+    QTimer m_AskTimer;
+    QStringList m_Violations;
+    int m_UnplugAfter = -1;
+    bool m_SplitReplies = false;
+};
+
+#endif

@@ -1,0 +1,352 @@
+#include <QApplication>
+#include <QFile>
+#include <QSettings>
+#include <QTextEdit>
+#include <QtTest>
+
+#include "bench/esa/EsaBoards.h"
+#include "bench/pic/HexRecord.h"
+#include "bench/pic/VirtualBoards.h"
+#include "screens/UpdaterProgressScreen.h"
+#include "tests/DebugLines.h"
+#include "tests/Instrument.h"
+#include "tests/Panel.h"
+
+namespace {
+
+using Files = QList<QPair<QString, QByteArray>>;
+
+const int receiverTimeoutMs = 30000;
+const int replyTimeoutMs = 10000;
+
+QByteArray image(int size)
+{
+    QByteArray bytes;
+    for (int index = 0; index < size; ++index)
+        bytes.append(static_cast<char>(index * 7 + index / 128));
+    return bytes;
+}
+
+QByteArray padded(const QByteArray &bytes)
+{
+    return bytes.leftJustified((bytes.size() + 127) / 128 * 128, '\x1A');
+}
+
+/// Makes time fly for a board that stays silent: as soon as the program waits `timeoutMs` for it, the wait is over.
+class Impatience : public QObject
+{
+    Q_OBJECT
+
+public:
+    Impatience(QObject *screen, int timeoutMs) : m_Screen(screen), m_TimeoutMs(timeoutMs)
+    {
+        m_Poll.start(5);
+        connect(&m_Poll, SIGNAL(timeout()), this, SLOT(endTheWait()));
+    }
+    bool ended = false;
+
+protected slots:
+    void endTheWait()
+    {
+        for (QTimer *timer : timersOf(m_Screen)) {
+            if (timer->isActive() && timer->interval() == m_TimeoutMs && ++m_Patience == 20) {
+                timer->start(0);
+                ended = true;
+            }
+        }
+    }
+
+private:
+    static QList<QTimer *> timersOf(QObject *screen);
+
+    QObject *m_Screen;
+    int m_TimeoutMs;
+    int m_Patience = 0;
+    QTimer m_Poll;
+};
+
+QList<QTimer *> Impatience::timersOf(QObject *screen)
+{
+    return screen->findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+}
+
+} // namespace
+
+/// The ESA lines of a command file, against the boot loaders of the two boards.
+class EsaUpdateTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void imagesOfAllSizesArrive_data();
+    void imagesOfAllSizesArrive();
+    void eachKeywordReachesItsBoardAndMemory();
+    void boardIsEnteredOnlyOnceInARun();
+    void refusedBlockFailsTheUpdate_data();
+    void refusedBlockFailsTheUpdate();
+    void silentBoardEndsTheUpdate_data();
+    void silentBoardEndsTheUpdate();
+    void portThatDisappearsEndsTheUpdate();
+    void rubbishAroundRepliesIsPassedOver_data();
+    void rubbishAroundRepliesIsPassedOver();
+    void boardThatKeepsAskingStartsNothing();
+    void disabledUpdateTouchesNeitherPinNorPort();
+    void missingImageIsNamed();
+    void picAndEsaLinesOfOnePackage_data();
+    void picAndEsaLinesOfOnePackage();
+
+private:
+    void startAgain();
+    bool update(const QByteArray &commandFile, const Files &files);
+    QObject *screen() const;
+
+    std::unique_ptr<Instrument> m_Instrument;
+    std::unique_ptr<EsaBoards> m_Boards;
+    std::unique_ptr<Panel> m_Panel;
+};
+
+void EsaUpdateTest::initTestCase()
+{
+    QApplication::setOrganizationName("Vantrel");
+    QApplication::setApplicationName("Updater");
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
+}
+
+void EsaUpdateTest::init()
+{
+    QSettings().setValue("AvrEnable", true);
+    QSettings().setValue("PicEnable", true);
+    VirtualBoards::install(
+        {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
+    m_Instrument = std::make_unique<Instrument>();
+    m_Boards = std::make_unique<EsaBoards>(nullptr);
+    startAgain();
+}
+
+void EsaUpdateTest::cleanup()
+{
+    m_Panel.reset();
+    m_Boards.reset();
+}
+
+/// Ends the program and starts it again, with the settings as they are now.
+void EsaUpdateTest::startAgain()
+{
+    m_Panel.reset();
+    m_Panel = std::make_unique<Panel>();
+}
+
+/// Carries out the command file from the SD card; true when all its lines succeeded.
+bool EsaUpdateTest::update(const QByteArray &commandFile, const Files &files)
+{
+    m_Instrument->makePackage(m_Instrument->insertMedium("mmcblk0p4") + "/firmware_update.tar.bz2", commandFile, files);
+    if (!m_Panel->showsMainScreen())
+        m_Panel->press(Qt::Key_F1);
+    m_Panel->press(Qt::Key_F3);
+    m_Panel->press(Qt::Key_F1);
+    return m_Panel->lastMessage().startsWith("green: ");
+}
+
+QObject *EsaUpdateTest::screen() const
+{
+    return m_Panel->window()->findChild<UpdaterProgressScreen *>();
+}
+
+void EsaUpdateTest::imagesOfAllSizesArrive_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : {0, 1, 128, 129, 256, 128 * 300 + 5})
+        QTest::newRow(QByteArray::number(size).constData()) << size;
+}
+
+void EsaUpdateTest::imagesOfAllSizesArrive()
+{
+    QFETCH(int, size);
+    QVERIFY(update("ESA_IO_APP:/image.bin\n", {{"image.bin", image(size)}}));
+    QCOMPARE(m_Boards->ioBoard().application(), padded(image(size)));
+    QCOMPARE(m_Boards->ioBoard().blockCount(), (size + 127) / 128);
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+    QVERIFY(m_Panel->messages().contains("Updating ESA IO Board Application with file: /image.bin"));
+}
+
+void EsaUpdateTest::eachKeywordReachesItsBoardAndMemory()
+{
+    QVERIFY(update("ESA_IO_APP:/1\nESA_M_APP_V2:/2\nESA_IO_EEP:/3\nESA_M_EEP:/4\n",
+                   {{"1", "one"}, {"2", "two"}, {"3", "three"}, {"4", "four"}}));
+    QCOMPARE(m_Boards->ioBoard().application(), padded("one"));
+    QCOMPARE(m_Boards->measurementBoard().application(), padded("two"));
+    QCOMPARE(m_Boards->ioBoard().eeprom(), padded("three"));
+    QCOMPARE(m_Boards->measurementBoard().eeprom(), padded("four"));
+    QCOMPARE(m_Panel->messages().filter("ESA"), QStringList()
+                                                    << "Updating ESA IO Board Application with file: /1"
+                                                    << "Updating ESA Measurement Board Application with file: /2"
+                                                    << "Updating ESA IO Board EEPROM with file: /3"
+                                                    << "Updating ESA Measurement Board EEPROM with file: /4");
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::boardIsEnteredOnlyOnceInARun()
+{
+    QVERIFY(update("ESA_IO_APP:/1\nESA_IO_APP:/2\n", {{"1", "one"}, {"2", "two"}}));
+    QVERIFY(update("ESA_M_APP:/1\nESA_IO_EEP:/2\n", {{"1", "one"}, {"2", "two"}}));
+    QCOMPARE(m_Boards->ioBoard().entryCount(), 1);
+    QCOMPARE(m_Boards->measurementBoard().entryCount(), 1);
+    QCOMPARE(m_Boards->ioBoard().application(), padded("two"));
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::refusedBlockFailsTheUpdate_data()
+{
+    QTest::addColumn<int>("block");
+    QTest::newRow("first") << 0;
+    QTest::newRow("last") << 2;
+}
+
+void EsaUpdateTest::refusedBlockFailsTheUpdate()
+{
+    QFETCH(int, block);
+    m_Boards->measurementBoard().faults.refusedBlock = block;
+    const DebugLines debug;
+    QVERIFY(!update("ESA_M_EEP:/image\nSYSTEM:NAND\n", {{"image", image(300)}}));
+    QVERIFY(DebugLines::take().contains("ESA NACK received"));
+    QCOMPARE(m_Panel->redMessages().first(),
+             QString("red: Failed - Updating ESA Measurement Board EEPROM with file: /image"));
+    QVERIFY(m_Panel->messages().contains("System Type set to: NAND"));
+    QCOMPARE(m_Boards->measurementBoard().blockCount(), block + 1); // not sent again
+    QVERIFY(m_Boards->measurementBoard().eeprom().isEmpty());
+
+    m_Boards->measurementBoard().faults.refusedBlock = -1;
+    QVERIFY(update("ESA_M_EEP:/image\n", {{"image", image(300)}}));
+    QCOMPARE(m_Boards->measurementBoard().eeprom(), padded(image(300)));
+}
+
+void EsaUpdateTest::silentBoardEndsTheUpdate_data()
+{
+    QTest::addColumn<bool>("fromTheStart");
+    QTest::addColumn<int>("timeoutMs");
+    QTest::newRow("after the command") << true << receiverTimeoutMs;
+    QTest::newRow("after a block") << false << replyTimeoutMs;
+}
+
+void EsaUpdateTest::silentBoardEndsTheUpdate()
+{
+    QFETCH(bool, fromTheStart);
+    QFETCH(int, timeoutMs);
+    m_Boards->ioBoard().faults.silentAfterCommand = fromTheStart;
+    m_Boards->ioBoard().faults.unansweredBlock = 1;
+    const Impatience impatience(screen(), timeoutMs);
+    const DebugLines debug;
+    QVERIFY(!update("ESA_IO_APP:/image\n", {{"image", image(1000)}}));
+    QVERIFY(impatience.ended);
+    QVERIFY(DebugLines::take().contains("ESA board does not answer"));
+    QCOMPARE(m_Boards->ioBoard().blockCount(), fromTheStart ? 0 : 2);
+}
+
+void EsaUpdateTest::portThatDisappearsEndsTheUpdate()
+{
+    m_Boards->unplugAfter(2);
+    const Impatience impatience(screen(), replyTimeoutMs);
+    QVERIFY(!update("ESA_IO_APP:/image\nSYSTEM:NAND\n", {{"image", image(1000)}}));
+    QVERIFY(impatience.ended);
+    QVERIFY(m_Panel->messages().contains("System Type set to: NAND"));
+}
+
+void EsaUpdateTest::rubbishAroundRepliesIsPassedOver_data()
+{
+    QTest::addColumn<QByteArray>("rubbish");
+    QTest::addColumn<bool>("split");
+    QTest::newRow("none, split") << QByteArray() << true;
+    QTest::newRow("in one read") << QByteArray("\x00\xFFzC", 4) << false;
+    QTest::newRow("in reads of its own") << QByteArray("\x00\xFFzC", 4) << true;
+    QTest::newRow("a refusal beside the acknowledgement") << QByteArray("\x15") << false;
+}
+
+void EsaUpdateTest::rubbishAroundRepliesIsPassedOver()
+{
+    QFETCH(QByteArray, rubbish);
+    QFETCH(bool, split);
+    m_Boards->ioBoard().faults.rubbishBeforeReply = rubbish;
+    if (split)
+        m_Boards->splitReplies();
+    QVERIFY(update("ESA_IO_APP:/image\n", {{"image", image(1000)}}));
+    QCOMPARE(m_Boards->ioBoard().application(), padded(image(1000)));
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::boardThatKeepsAskingStartsNothing()
+{
+    m_Boards->ioBoard().faults.asksOnAfterTheEnd = true;
+    const DebugLines debug;
+    QVERIFY(
+        update("ESA_IO_APP:/1\nESA_M_APP:/2\nESA_IO_EEP:/3\n", {{"1", image(500)}, {"2", image(600)}, {"3", "three"}}));
+    QVERIFY(DebugLines::take().contains("unknown received: 0643")); // the answer to the end, and the next request
+    QCOMPARE(m_Boards->ioBoard().application(), padded(image(500)));
+    QCOMPARE(m_Boards->measurementBoard().application(), padded(image(600)));
+    QCOMPARE(m_Boards->ioBoard().eeprom(), padded("three"));
+    m_Boards->line().deliver("C"); // between updates
+    QCoreApplication::processEvents();
+    QCOMPARE(DebugLines::take().last(), QString("unknown received: 43"));
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::disabledUpdateTouchesNeitherPinNorPort()
+{
+    QSettings().setValue("AvrEnable", false);
+    startAgain();
+    QVERIFY(!update("ESA_IO_APP:/image\n", {{"image", "image"}}));
+    QCOMPARE(m_Panel->messages().filter("AVR"), QStringList("red: Failed - AVR updates not enabled"));
+    QCOMPARE(m_Panel->messages().filter("ESA"),
+             QStringList() << "Updating ESA IO Board Application with file: /image"
+                           << "red: Failed - Updating ESA IO Board Application with file: /image");
+    QVERIFY(!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin));
+    QCoreApplication::processEvents();
+    QCOMPARE(m_Boards->ioBoard().entryCount(), 0);
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::missingImageIsNamed()
+{
+    const DebugLines debug;
+    QVERIFY(!update("ESA_IO_APP:/gone\n", {}));
+    QVERIFY(DebugLines::take().contains("Failed to find file: /tmp/firmware_update/gone"));
+    QVERIFY(!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin));
+}
+
+void EsaUpdateTest::picAndEsaLinesOfOnePackage_data()
+{
+    QTest::addColumn<bool>("picEnabled");
+    QTest::addColumn<bool>("avrEnabled");
+    QTest::newRow("both") << true << true;
+    QTest::newRow("PIC only") << true << false;
+    QTest::newRow("AVR only") << false << true;
+    QTest::newRow("neither") << false << false;
+}
+
+void EsaUpdateTest::picAndEsaLinesOfOnePackage()
+{
+    QFETCH(bool, picEnabled);
+    QFETCH(bool, avrEnabled);
+    QSettings().setValue("PicEnable", picEnabled);
+    QSettings().setValue("AvrEnable", avrEnabled);
+    startAgain();
+    const QByteArray record = hexRecord(0x00, 0, "0123456789abcdef") + hexRecord(0x01, 0, "");
+    const bool all = update("PIC1:/pic.hex\nESA_M_APP:/image\nPIC4:/pic.hex\nESA_IO_APP:/image\n",
+                            {{"pic.hex", record}, {"image", "image"}});
+    QCOMPARE(all, picEnabled && avrEnabled);
+    QCOMPARE(m_Panel->redMessages().filter("PIC updates not enabled").size(), picEnabled ? 0 : 2);
+    QCOMPARE(m_Panel->redMessages().filter("AVR updates not enabled").size(), avrEnabled ? 0 : 2);
+    for (const int picNumber : {1, 4}) {
+        const QByteArray program = VirtualBoards::installed().pic(picNumber).memory().programMemory();
+        QCOMPARE(program.startsWith("0123456789abcdef"), picEnabled);
+    }
+    QCOMPARE(m_Boards->ioBoard().application(), avrEnabled ? padded("image") : QByteArray());
+    QCOMPARE(m_Boards->measurementBoard().application(), avrEnabled ? padded("image") : QByteArray());
+    QCOMPARE((m_Boards->violations() + VirtualBoards::installed().violations()).join("; "), QString());
+}
+
+QTEST_MAIN(EsaUpdateTest)
+
+#include "EsaUpdateTest.moc"
