@@ -18,13 +18,14 @@ bool isUsable(int file)
     return file > 0;
 }
 
-// The line's driver takes a text only whole, in one write.
+// The line's driver takes a text only whole, in one write. Whether it did shows when the value is read back.
 bool writeText(int file, const QString &text)
 {
     if (!isUsable(file))
         return false;
     const QByteArray bytes = text.toLocal8Bit();
-    ::write(file, bytes.constData(), static_cast<size_t>(bytes.size()));
+    const ssize_t written = ::write(file, bytes.constData(), static_cast<size_t>(bytes.size()));
+    Q_UNUSED(written)
     return true;
 }
 

@@ -8,7 +8,7 @@ namespace {
 const unsigned int shortestOnClock = 1000;
 
 // The processor is never faster than this: the instrument's ARM9, or whatever else the program is tried on.
-#ifdef __ARM_ARCH_5TE__
+#if defined(__ARM_ARCH) && __ARM_ARCH == 5
 const unsigned int highestMegahertz = 454;
 #else
 const unsigned int highestMegahertz = 6000;

@@ -6,6 +6,7 @@
 namespace {
 
 // Positions in a line, in characters: start code, count, load address, type, data, checksum.
+const char startCode = ':';
 const int countPosition = 1;
 const int addressPosition = 3;
 const int typePosition = 7;
@@ -74,12 +75,30 @@ bool refuse(int lineNumber, const char *reason)
     return false;
 }
 
+// A comment, or the end mark of an old editor: no record, and nothing that was meant to be one.
+bool isText(const QByteArray &line)
+{
+    return !line.trimmed().startsWith(startCode) && hexByte(line, countPosition) == 0;
+}
+
+bool isHexadecimal(const QByteArray &line, int begin, int end)
+{
+    for (int position = begin; position < end; ++position) {
+        if (hexDigit(line.at(position)) < 0)
+            return false;
+    }
+    return true;
+}
+
 // A record that acts must be all there, and as it was when its checksum was made.
 bool isSound(const QByteArray &line, int lineNumber)
 {
     const int checksumPosition = dataPosition + 2 * hexByte(line, countPosition);
-    if (line.trimmed().size() < checksumPosition + 2)
+    const int end = checksumPosition + 2;
+    if (line.trimmed().size() < end)
         return refuse(lineNumber, "shorter than its data byte count");
+    if (!isHexadecimal(line, countPosition, end))
+        return refuse(lineNumber, "a digit that is none");
     const unsigned int computed = checksumOf(line, checksumPosition);
     const unsigned int stated = hexByte(line, checksumPosition);
     if (computed == stated)
@@ -101,6 +120,7 @@ void PicProgrammer::programPic(QString fileName)
 {
     delete pHexFile;
     pHexFile = new QFile(fileName);
+    bProgrammed = false;
     if (!pHexFile->open(QIODevice::ReadOnly | QIODevice::Text)) {
         qDebug().nospace() << "Failed to open hex file: " << fileName;
         bFinished = true;
@@ -130,12 +150,11 @@ bool PicProgrammer::bProgramLine(const QByteArray &line, int lineNumber)
 {
     if (line.isEmpty())
         return refuse(lineNumber, "cannot be read");
-    const int length = line.trimmed().size();
-    if (length == 0)
-        return true;
     if (line.size() > longestLine)
         return refuse(lineNumber, "longer than any record");
-    if (length < shortestRecord)
+    if (isText(line))
+        return true;
+    if (line.trimmed().size() < shortestRecord)
         return refuse(lineNumber, "shorter than any record");
 
     u8RecordLength = hexByte(line, countPosition);
@@ -167,12 +186,12 @@ bool PicProgrammer::bSetExtendedAddress(const QByteArray &line, int lineNumber, 
 
 bool PicProgrammer::bProgramRecord(const QByteArray &line, int lineNumber)
 {
-    if (u8RecordLength == 0)
-        return true;
     if (u8RecordLength > sizeof au8RecordData)
         return refuse(lineNumber, "too many data bytes");
     if (!isSound(line, lineNumber))
         return false;
+    if (u8RecordLength == 0)
+        return true;
     u32RecordAddress = hexField(line, addressPosition, 4) + u32ExtendedAddress;
     for (int i = 0; i < u8RecordLength; ++i)
         au8RecordData[i] = hexByte(line, dataPosition + 2 * i);

@@ -8,6 +8,17 @@
 #include <poll.h>
 #include <unistd.h>
 
+namespace {
+
+// The reason of the failure is taken first, before the debug output can change it.
+void logFailure(const char *label, const QByteArray &port)
+{
+    const char *reason = strerror(errno);
+    qDebug().nospace() << label << port.constData() << reason;
+}
+
+} // namespace
+
 TtyHandler::TtyHandler(const QString &device, QObject *parent)
     : QIODevice(parent), m_FileDescriptor(-1), m_Termios(), m_Notifier(nullptr)
 {
@@ -25,11 +36,11 @@ TtyHandler::TtyHandler(const QString &device, QObject *parent)
     if (isOpened()) {
         tcflush(m_FileDescriptor, TCIFLUSH);
         if (tcsetattr(m_FileDescriptor, TCSANOW, &m_Termios) != 0)
-            qDebug().nospace() << "Failed to set serial port: " << path.constData() << ": " << strerror(errno);
+            logFailure("Failed to set serial port: ", path + ": ");
         m_Notifier = new QSocketNotifier(m_FileDescriptor, QSocketNotifier::Read, this);
         connect(m_Notifier, SIGNAL(activated(int)), this, SLOT(notify(int)));
     } else {
-        qDebug().nospace() << "Failed to open serial port: " << path.constData() << ": " << strerror(errno);
+        logFailure("Failed to open serial port: ", path + ": ");
     }
 
     QIODevice::open(ReadWrite);
@@ -70,7 +81,7 @@ qint64 TtyHandler::writeData(const char *data, qint64 maxSize)
 {
     const qint64 written = ::write(m_FileDescriptor, data, static_cast<size_t>(maxSize));
     if (written < 0)
-        qDebug().nospace() << "Failed to write to serial port: " << strerror(errno);
+        logFailure("Failed to write to serial port: ", QByteArray());
     else if (written < maxSize)
         qDebug().nospace() << "Failed to write to serial port: only " << written << " of " << maxSize << " bytes taken";
     return written;

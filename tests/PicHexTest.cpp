@@ -249,7 +249,12 @@ void PicHexTest::unsoundLineStopsTheRunBeforeItIsWritten_data()
     QTest::newRow("wrong sum") << hexRecord(0, 0x40, "\x01", "\r\n", 1) << "checksum computed: 190, in the record: 191";
     QTest::newRow("wrong sum of an address")
         << hexRecord(4, 0, QByteArray(2, '\0'), "\n", 2) << "checksum computed: 250";
-    QTest::newRow("digit that is none") << QByteArray(good).replace(12, 1, "G") << "checksum computed";
+    QTest::newRow("no digit in the data") << QByteArray(good).replace(12, 1, "G") << "a digit that is none";
+    QTest::newRow("no digit in the address")
+        << QByteArray(hexRecord(0, 0x0012, "\x01")).replace(3, 1, "G") << "a digit that is none";
+    QTest::newRow("no digit in the count") << QByteArray(good).replace(2, 1, "G") << "a digit that is none";
+    QTest::newRow("blank before the record") << " " + good << "a digit that is none";
+    QTest::newRow("wrong sum of no bytes") << hexRecord(0, 0x40, "", "\n", 1) << "checksum computed: 192";
     QTest::newRow("cut in the sum") << good.left(42) + "\n"
                                     << "shorter than its data byte count";
     QTest::newRow("cut in the data") << good.left(20) + "\n"
@@ -280,8 +285,8 @@ void PicHexTest::unsoundLineStopsTheRunBeforeItIsWritten()
 void PicHexTest::linesThatDoNotActArePassedOver()
 {
     PicBench bench;
-    QVERIFY(bench.program("\r\n\n   \n" + hexRecord(0, 0x40, "", "\n", 1) + hexRecord(1, 0, "", "\n", 1) +
-                          hexRecord(5, 0, sequence(4), "\n", 1) + hexRecord(0, 0, "\x05\x06", "")));
+    QVERIFY(bench.program("\r\n\n   \n;PIC18F4620\n" + hexRecord(0, 0x40, "") + hexRecord(1, 0, "", "\n", 1) +
+                          hexRecord(5, 0, sequence(4), "\n", 1) + hexRecord(0, 0, "\x05\x06") + "\x1A"));
     QVERIFY(bench.memory().programMemory() == erasedMemory().replace(0, 2, "\x05\x06"));
     QCOMPARE(DebugLines::take(), QStringList());
 }
