@@ -8,7 +8,7 @@ namespace {
 
 const Qt::WindowFlags screenFlags = Qt::CustomizeWindowHint | Qt::FramelessWindowHint;
 
-// Where the instrument's front panel leaves room on the display.
+// On the display of 320 by 240 pixels.
 const QRect screenGeometry(3, 31, 281, 208);
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <QtDebug>
 #include <QtTest>
 
+#include "bench/BoardRecord.h"
 #include "bench/PanelAccess.h"
 #include "bench/tools/InstrumentState.h"
 #include "screens/ScreenTypes.h"
@@ -42,7 +43,7 @@ void startOperator()
 // The bench is the program itself with somebody in front of it, who arrives when the application object is built.
 Q_COREAPP_STARTUP_FUNCTION(startOperator)
 
-Operator::Operator(QObject *parent) : QObject(parent)
+Operator::Operator(QObject *parent) : QObject(parent), m_EsaBoards(nullptr)
 {
     m_RunCamera.setInterval(cameraIntervalMs);
     connect(&m_RunCamera, SIGNAL(timeout()), this, SLOT(photographRun()));
@@ -126,6 +127,14 @@ void Operator::writeDownMessages()
     const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
     for (const PanelMessage &message : messages)
         stream << message.colour << '\t' << message.text << '\n';
+
+    const QString last = messages.isEmpty() ? QString() : messages.last().text;
+    if (last.startsWith(QLatin1String("Update complete")) ||
+        last.startsWith(QLatin1String("Some of the updates failed")))
+        recordBoards(m_EsaBoards);
+    // While a PIC is programmed no events are processed; its percentages are the moments to take a picture.
+    if (last == QLatin1String("50%"))
+        takePicture(QLatin1String("half-way"));
 }
 
 void Operator::takePicture(const QString &name)

@@ -5,12 +5,15 @@
 #include <QString>
 #include <QTimer>
 
+#include "bench/esa/EsaBoards.h"
+
 class QStackedWidget;
 class QTextEdit;
 
 /// The person in front of the virtual instrument: chooses the source, presses F1 until the update is over and the main
 /// screen is back, and ends the program then. Keys go through the window system like those of a keyboard. Takes a
-/// picture of the panel at each stage, and writes down what the message window says whenever that changes.
+/// picture of the panel at each stage, and writes down what the message window says whenever that changes, and what the
+/// boards hold when an update is over.
 ///
 /// Follows the plan in /run/instrument/operator (source and package, separated by a tab). Without a plan a person
 /// presses the keys, and the operator only writes down.
@@ -36,6 +39,7 @@ private:
     QStackedWidget *m_Screens = nullptr;
     QTextEdit *m_MessageWindow = nullptr;
     QTimer m_RunCamera;
+    EsaBoards m_EsaBoards;
     int m_PictureCount = 0;
 };
 

@@ -52,6 +52,16 @@ bool isErased(const QByteArray &content)
     return std::all_of(content.begin(), content.end(), [](char byte) { return byte == erasedByte; });
 }
 
+// Whether a message is the first of a command line, and neither its progress nor its failure.
+bool beginsLine(const QString &text, bool red)
+{
+    static const QRegExp progress(QLatin1String("\\d+%|Erasing PIC:|PIC Erase Complete|Programming PIC:"));
+    if (!red)
+        return !progress.exactMatch(text);
+    return text == QLatin1String("Failed - PIC updates not enabled") || text.startsWith(QLatin1String("Bad command")) ||
+           text.startsWith(QLatin1String("Unknown command"));
+}
+
 void printSection(QTextStream &out, const QString &title, const QStringList &lines)
 {
     out << title << '\n';
@@ -84,6 +94,9 @@ void Report::print(QTextStream &out) const
         flash << describeFlash(QLatin1String(name));
     printSection(out, QLatin1String("Flash"), flash);
     printSection(out, QLatin1String("Files of the root file system"), changedFiles() + removedFiles());
+    const BoardReport boards = readBoards();
+    printSection(out, QLatin1String("Boards"), boards.lines());
+    printSection(out, QLatin1String("What the boards would not accept"), boards.violations());
     printSection(out, QLatin1String("Left behind"), leftBehind());
     out << "Last message\n  " << (m_Messages.isEmpty() ? QString() : m_Messages.last().section('\t', 1)) << '\n';
     out << "Verdict: " << (isGood() ? "good" : "FAILED") << '\n';
@@ -92,7 +105,7 @@ void Report::print(QTextStream &out) const
 bool Report::isGood() const
 {
     return !m_Messages.isEmpty() && m_Messages.last().startsWith(QLatin1String(successMessage)) &&
-           leftBehind().isEmpty();
+           leftBehind().isEmpty() && readBoards().isGood();
 }
 
 void Report::readMessages()
@@ -112,32 +125,41 @@ void Report::digestPayload()
     std::sort(m_PayloadSizes.begin(), m_PayloadSizes.end());
 }
 
-// A line is announced in plain text, or is a bad or an unknown one and has a single red message of its own. The red
-// messages behind an announcement are the line's failures.
+// A line is announced in plain text, or has a single red message of its own. The red messages behind an announcement
+// are the line's failures.
 void Report::readCommandLines()
 {
     const QStringList commands = readLines(pathOf(UpdatePaths::commandFile.data()));
     int next = m_Messages.indexOf(QLatin1String("plain\tExtracting update")) + 1;
     for (const QString &command : commands) {
         Line line{command, false, QStringList()};
-        bool announced = false;
+        bool begun = false;
         for (; next > 0 && next < m_Messages.size(); ++next) {
             const QString text = m_Messages.at(next).section(QLatin1Char('\t'), 1);
             const bool red = m_Messages.at(next).startsWith(QLatin1String("red\t"));
-            if (announced && (!red || !text.startsWith(QLatin1String("Failed - "))))
+            if (begun && beginsLine(text, red))
                 break;
+            begun = true;
             if (red) {
                 line.failed = true;
                 line.messages << text;
             }
-            announced = true;
         }
-        if (!announced) {
+        if (!begun) {
             line.failed = true;
             line.messages << QLatin1String("not carried out");
         }
         m_Lines << line;
     }
+}
+
+BoardReport Report::readBoards() const
+{
+    QStringList commands;
+    for (const Line &line : m_Lines)
+        commands << line.command;
+    return BoardReport(QDir(pathOf(InstrumentState::directory / "boards")),
+                       QDir(pathOf(UpdatePaths::packageDirectory.data())), commands);
 }
 
 QString Report::pathOf(const InstrumentState::Path &path) const

@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QTextStream>
 
+#include "bench/BoardReport.h"
 #include "bench/tools/InstrumentState.h"
 
 /// What an update did to the virtual instrument, read from the instrument's folder after the run: every line of the
@@ -20,7 +21,7 @@ public:
 
     void print(QTextStream &out) const;
 
-    /// The update ended in its success message and the medium was released.
+    /// The update ended in its success message, the medium was released, and the boards hold what they should.
     bool isGood() const;
 
 private:
@@ -34,6 +35,7 @@ private:
     void readMessages();
     void digestPayload();
     void readCommandLines();
+    BoardReport readBoards() const;
     QString pathOf(const InstrumentState::Path &path) const;
     QString payloadEqualTo(const QByteArray &content) const;
     QString describeFlash(const QString &file) const;

@@ -4,6 +4,7 @@
 #include <QSettings>
 #include <QtDebug>
 
+#include "platform/Display.h"
 #include "screens/ScreenTypes.h"
 #include "serial/TtyHandler.h"
 
@@ -20,6 +21,7 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     m_UpdateState = StatePcConnect;
     m_SystemType = SYSTEM_NAND;
     m_PicProgrammer = nullptr;
+    m_LoopDeviceBusy = false;
     m_EsaFile = nullptr;
     m_EsaTransferActive = false;
     m_EsaMBoardEntered = false;
@@ -52,13 +54,12 @@ void UpdaterProgressScreen::F4Clicked()
 void UpdaterProgressScreen::showPrompt(const QString &text)
 {
     ui.progressMessageWindow->setText(text);
-    ui.progressMessageWindow->repaint();
 }
 
 void UpdaterProgressScreen::appendLine(const QString &text)
 {
     ui.progressMessageWindow->append(text);
-    ui.progressMessageWindow->repaint();
+    showNow(ui.progressMessageWindow);
 }
 
 void UpdaterProgressScreen::appendFailure(const QString &text)
@@ -83,7 +84,7 @@ void UpdaterProgressScreen::replacePercentage(int percentComplete)
     ui.progressMessageWindow->append(QString::fromLatin1("<p style=\"color:orange\">%1%</p>").arg(percentComplete));
     QScrollBar *scrollBar = ui.progressMessageWindow->verticalScrollBar();
     scrollBar->setValue(scrollBar->maximum());
-    ui.progressMessageWindow->repaint();
+    showNow(ui.progressMessageWindow);
 }
 
 /// True for the result 0; any other result is shown as a failure.

@@ -61,7 +61,7 @@ protected slots:
     void sendNextESAPacket();
 
 private:
-    // Messages: each is on the display before the call returns, because the next step may block for minutes.
+    // Messages: an appended one is on the display before the call returns, because the next step may block for minutes.
     void showPrompt(const QString &text);
     void appendLine(const QString &text);
     void appendFailure(const QString &text);
@@ -83,8 +83,9 @@ private:
     void performUpdate();
     void abandonUpdate(const QString &failureText);
     void cleanUpMedium();
+    void detachLoopDevice();
 
-    // update/CommandInterpreter.cpp: update_config, line by line. All return true unless the line failed.
+    // update/CommandInterpreter.cpp: update_config, line by line. The bool results are false when a line failed.
     struct Command;
     static const Command commands[];
     bool processCommandList(QStringList commandLines);
@@ -141,6 +142,7 @@ private:
     bool m_PicUpdateEnabled;
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;
+    bool m_LoopDeviceBusy;     ///< could not be detached yet
     QString currentDevicePart; ///< the storage that the PC was last given
 };
 

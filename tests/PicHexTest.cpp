@@ -82,7 +82,7 @@ void PicHexTest::assembledFileIsProgrammedExactly()
     QStringList assemble = {"gpasm", "--quiet", "-p", QString(device->name).mid(3).toLower(), "-o", "/tmp/asm.hex"};
     if (!lineEnds.isEmpty())
         assemble << lineEnds;
-    QVERIFY(run(assemble << QString(SOURCE_FOLDER) + "/pic.asm"));
+    QVERIFY(run(assemble << QString(SAMPLE_FOLDER) + "/pic.asm"));
     QVERIFY(run({"objcopy", "-I", "ihex", "-O", "binary", "--gap-fill", "0xff", "/tmp/asm.hex", "/tmp/asm.bin"}));
     const QByteArray content = Instrument::contentOf("/tmp/asm.bin");
     QCOMPARE(content.size(), 0x30000E);

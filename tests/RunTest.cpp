@@ -42,6 +42,36 @@ private:
     Panel *m_Panel;
 };
 
+/// Puts what was painted on the display when an event tells it to, like Qt's frame buffer screen. A painting is late
+/// when the next one comes before that event.
+class FrameBufferScreen : public QObject
+{
+    Q_OBJECT
+
+public:
+    int paintings = 0;
+    int latePaintings = 0;
+
+    bool event(QEvent *event) override
+    {
+        if (event->type() == QEvent::UpdateRequest)
+            m_Painted = false;
+        return QObject::event(event);
+    }
+
+protected slots:
+    void paint()
+    {
+        ++paintings;
+        latePaintings += m_Painted ? 1 : 0;
+        m_Painted = true;
+        QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest));
+    }
+
+private:
+    bool m_Painted = false;
+};
+
 } // namespace
 
 /// From the mounted medium to the final message: finding and unpacking the package, cleaning up, giving the panel back.
@@ -60,7 +90,9 @@ private slots:
     void cardAndStickKeepTheirFiles();
     void storageOfThePcIsEmptied();
     void failedStartFromPcFreesTheLoopDeviceForTheNextAttempt();
+    void busyLoopDeviceIsDetachedAfterTheUnmount();
     void keysDuringTheRunOnlyScroll();
+    void frameBufferIsUpdatedWithEveryMessage();
 };
 
 void RunTest::packageIsFoundWhateverItsCase_data()
@@ -233,6 +265,39 @@ void RunTest::failedStartFromPcFreesTheLoopDeviceForTheNextAttempt()
         panel.press(Qt::Key_F1);
         QVERIFY(panel.showsMainScreen());
     }
+}
+
+void RunTest::busyLoopDeviceIsDetachedAfterTheUnmount()
+{
+    Instrument instrument;
+    instrument.insertMedium("backfile");
+    Panel panel;
+    panel.press(Qt::Key_F1);
+    panel.press(Qt::Key_F1);
+    instrument.failTool("losetup -d"); // as an old kernel does while the device is mounted
+    panel.press(Qt::Key_F1);
+    QVERIFY(panel.lastMessage().startsWith("red: Could not find update file"));
+    instrument.mendTools();
+    instrument.takeCalls();
+    panel.press(Qt::Key_F1);
+    QCOMPARE(instrument.takeCalls(), QStringList() << "umount /mnt/update"
+                                                   << "losetup -d /dev/loop0");
+    panel.press(Qt::Key_F1);
+    panel.press(Qt::Key_F1);
+    QCOMPARE(instrument.takeCalls().filter("losetup"), QStringList());
+}
+
+void RunTest::frameBufferIsUpdatedWithEveryMessage()
+{
+    Instrument instrument;
+    instrument.makePackage(instrument.insertMedium("mmcblk0p4") + "/" + packageName, "SYSTEM:NAND\nbad\n");
+    Panel panel;
+    panel.press(Qt::Key_F3);
+    FrameBufferScreen screen;
+    connect(panel.messageWindow(), SIGNAL(textChanged()), &screen, SLOT(paint()));
+    panel.press(Qt::Key_F1);
+    QCOMPARE(screen.paintings, 7);
+    QCOMPARE(screen.latePaintings, 0);
 }
 
 void RunTest::keysDuringTheRunOnlyScroll()

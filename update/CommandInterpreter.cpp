@@ -2,6 +2,7 @@
 // next one is carried out all the same.
 
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QStringList>
 #include <QTime>
 
@@ -24,6 +25,7 @@ const UpdaterProgressScreen::Command UpdaterProgressScreen::commands[] = {
 namespace {
 
 const int settleSeconds = 5; // for the media to finish what sync began
+const int longestSettleMs = 10000;
 
 const QLatin1String mainApplication("/usr/local/Trolltech/Qt-Target-version-optimised/mainApp");
 
@@ -66,7 +68,9 @@ void UpdaterProgressScreen::finaliseUpdate()
     appendLine(tr("Finalising update, please wait"));
     runSystemCommand(QLatin1String("sync"));
     const QTime end = QTime::currentTime().addSecs(settleSeconds);
-    while (QTime::currentTime() <= end)
+    QElapsedTimer elapsed; // for a clock that is set back meanwhile, or that passes midnight
+    elapsed.start();
+    while (QTime::currentTime() <= end && elapsed.elapsed() <= longestSettleMs)
         QApplication::processEvents(QEventLoop::AllEvents);
 }
 

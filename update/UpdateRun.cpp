@@ -43,11 +43,6 @@ void deleteFiles(QDir directory)
         directory.remove(name);
 }
 
-void detachLoopDevice()
-{
-    runSystemCommand(QLatin1String("losetup -d /dev/loop0"));
-}
-
 } // namespace
 
 void UpdaterProgressScreen::performUpdate()
@@ -79,8 +74,8 @@ void UpdaterProgressScreen::performUpdate()
     ui.progressMessageWindow->setFocus();
 }
 
-/// The run cannot begin. The medium stays mounted until the next F1; a loop device is given back now, or the next
-/// attempt could not attach it again.
+/// The run cannot begin. The medium stays mounted until the next F1; a loop device is given back, or the next attempt
+/// could not attach it again.
 void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
 {
     ui.F1Button->setEnabled(true);
@@ -103,4 +98,10 @@ void UpdaterProgressScreen::cleanUpMedium()
     runSystemCommand(QLatin1String("umount /mnt/update"));
     if (m_UpdateType == UpdateViaPc)
         detachLoopDevice();
+}
+
+/// While the device is mounted, some kernels detach it at the unmount and others refuse: then the next F1 tries again.
+void UpdaterProgressScreen::detachLoopDevice()
+{
+    m_LoopDeviceBusy = runSystemCommand(QLatin1String("losetup -d /dev/loop0")) != 0;
 }

@@ -10,9 +10,9 @@ namespace {
 const char backingFile[] = "/mnt/ubiData/backfile";
 const char sdCardPartition[] = "/dev/mmcblk0p4";
 
-int runSystemCommand(const char *commandLine)
+int run(const char *commandLine)
 {
-    return runSystemCommand(QString::fromLatin1(commandLine));
+    return runSystemCommand(QLatin1String(commandLine));
 }
 
 int exportStorage(const char *storage)
@@ -52,7 +52,9 @@ void UpdaterProgressScreen::setUpdateType(int updateType)
 void UpdaterProgressScreen::F1Clicked()
 {
     // Releases what an earlier run may have left mounted; most of the time there is nothing, and that is no failure.
-    runSystemCommand("umount /mnt/update");
+    run("umount /mnt/update");
+    if (m_LoopDeviceBusy)
+        detachLoopDevice();
 
     switch (m_UpdateState) {
     case StatePcConnect:
@@ -78,7 +80,7 @@ void UpdaterProgressScreen::F1Clicked()
 void UpdaterProgressScreen::openPcConnection()
 {
     appendLine(tr("Initialising PC connection"));
-    if (runSystemCommand("modprobe fsl_usb2_udc") != 0)
+    if (run("modprobe fsl_usb2_udc") != 0)
         return endSequence(tr("Failed to initialise USB Device Controller press F1 to return to the main screen\n"));
 
     if (exportStorage(backingFile) == 0) {
@@ -96,9 +98,9 @@ void UpdaterProgressScreen::openPcConnection()
 
 void UpdaterProgressScreen::closePcConnection()
 {
-    if (runSystemCommand("rmmod g_mass_storage") != 0)
+    if (run("rmmod g_mass_storage") != 0)
         return endSequence(tr("Failed to close PC connection, press F1 to return to the main screen\n"));
-    if (runSystemCommand("rmmod fsl_usb2_udc") != 0)
+    if (run("rmmod fsl_usb2_udc") != 0)
         return endSequence(tr("Failed to close USB device controller, press F1 to return to the main screen\n"));
 
     appendLine(tr("Processing update\n"));
@@ -109,9 +111,9 @@ void UpdaterProgressScreen::updateFromExportedStorage()
 {
     if (currentDevicePart == QLatin1String(backingFile)) {
         // The PC sees a disk: its FAT file system begins behind the first 4096 bytes.
-        if (runSystemCommand("losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile") != 0)
+        if (run("losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile") != 0)
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
-        if (runSystemCommand("mount -t vfat /dev/loop0 /mnt/update") != 0)
+        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
     } else if (mountUpdateDrive(currentDevicePart) != 0) {
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));

@@ -19,6 +19,8 @@ public:
 
     EsaBootLoader &ioBoard() { return m_IoBoard; }
     EsaBootLoader &measurementBoard() { return m_MeasurementBoard; }
+    const EsaBootLoader &ioBoard() const { return m_IoBoard; }
+    const EsaBootLoader &measurementBoard() const { return m_MeasurementBoard; }
     PseudoTerminal &line() { return m_Line; }
 
     QStringList violations() const { return m_Violations + m_IoBoard.violations() + m_MeasurementBoard.violations(); }

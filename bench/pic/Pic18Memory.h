@@ -31,6 +31,8 @@ public:
     /// Erases what the bulk erase keys select. False for unknown keys.
     bool eraseRegion(unsigned char keyHigh, unsigned char keyLow);
 
+    const Pic18Device &device() const { return m_Device; }
+
     // Contents for tests and reports, whatever the protection. Everything starts erased.
     QByteArray &programMemory() { return m_Program; }
     QByteArray &eeprom() { return m_Eeprom; }
