@@ -7,6 +7,7 @@
 #include <QImage>
 #include <QPainter>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QStackedWidget>
 #include <QTextEdit>
 #include <QTextStream>
@@ -54,6 +55,7 @@ void Operator::begin()
     m_Screens = findScreens();
     m_MessageWindow = m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
     connect(m_MessageWindow, SIGNAL(textChanged()), this, SLOT(writeDownMessages()));
+    connect(m_MessageWindow->verticalScrollBar(), SIGNAL(valueChanged(int)), this, SLOT(photographHalfWay()));
 
     const std::vector<InstrumentState::Record> plan = InstrumentState::read(InstrumentState::directory / "operator");
     if (!plan.empty())
@@ -100,10 +102,27 @@ void Operator::photographRun()
     }
 }
 
+// While a PIC is programmed no events are processed. The moment for a picture is when the window scrolls down to a new
+// percentage.
+void Operator::photographHalfWay()
+{
+    const QString last = lastMessage();
+    const bool halfWay = last == QLatin1String("50%");
+    if (halfWay && !m_HalfWay)
+        takePicture(QLatin1String("half-way"));
+    if (last.endsWith(QLatin1Char('%')))
+        m_HalfWay = halfWay;
+}
+
 bool Operator::isAskedToCopy() const
 {
+    return lastMessage().startsWith(QLatin1String("Copy the "));
+}
+
+QString Operator::lastMessage() const
+{
     const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
-    return !messages.isEmpty() && messages.last().text.startsWith(QLatin1String("Copy the "));
+    return messages.isEmpty() ? QString() : messages.last().text;
 }
 
 void Operator::copyToExportedStorage(const QString &package)
@@ -128,13 +147,10 @@ void Operator::writeDownMessages()
     for (const PanelMessage &message : messages)
         stream << message.colour << '\t' << message.text << '\n';
 
-    const QString last = messages.isEmpty() ? QString() : messages.last().text;
+    const QString last = lastMessage();
     if (last.startsWith(QLatin1String("Update complete")) ||
         last.startsWith(QLatin1String("Some of the updates failed")))
         recordBoards(m_EsaBoards);
-    // While a PIC is programmed no events are processed; its percentages are the moments to take a picture.
-    if (last == QLatin1String("50%"))
-        takePicture(QLatin1String("half-way"));
 }
 
 void Operator::takePicture(const QString &name)

@@ -27,6 +27,7 @@ public:
 protected slots:
     void begin();
     void photographRun();
+    void photographHalfWay();
     void writeDownMessages();
 
 private:
@@ -34,6 +35,7 @@ private:
     void pressF1ForRun();
     bool isAskedToCopy() const;
     void copyToExportedStorage(const QString &package);
+    QString lastMessage() const;
     void takePicture(const QString &name);
 
     QStackedWidget *m_Screens = nullptr;
@@ -41,6 +43,7 @@ private:
     QTimer m_RunCamera;
     EsaBoards m_EsaBoards;
     int m_PictureCount = 0;
+    bool m_HalfWay = false; ///< that picture is taken
 };
 
 #endif

@@ -2,15 +2,14 @@
 // program that does nothing; an update without lines, which has the same waits, is taken off. Runs in the sandbox.
 
 #include <QApplication>
-#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
 #include <QTextStream>
 #include <sys/resource.h>
 
+#include "bench/BenchmarkUpdate.h"
 #include "bench/tools/InstrumentState.h"
-#include "screens/ScreenTypes.h"
 #include "screens/UpdaterProgressScreen.h"
 
 namespace {
@@ -19,35 +18,13 @@ const int referenceLines = 100;
 const int mostLines = 10000;
 const double growthGoal = 1.5;
 
-void makePackage(int lines)
-{
-    QDir().mkpath(QLatin1String("/tmp/new/firmware_update"));
-    QFile::copy(QLatin1String("/usr/bin/true"), QLatin1String("/tmp/new/firmware_update/nothing"));
-    QFile commandFile(QLatin1String("/tmp/new/firmware_update/update_config"));
-    if (commandFile.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
-        for (int line = 0; line < lines; ++line)
-            commandFile.write("SCRIPT:/nothing\n");
-    }
-    commandFile.close();
-    const QString card = QString::fromStdString(InstrumentState::media / "mmcblk0p4");
-    QProcess::execute(QLatin1String("/usr/bin/tar"), QStringList() << QLatin1String("cjf")
-                                                                   << card + QLatin1String("/firmware_update.tar.bz2")
-                                                                   << QLatin1String("-C") << QLatin1String("/tmp/new")
-                                                                   << QLatin1String("firmware_update"));
-}
-
 double secondsOfUpdate(int lines)
 {
-    makePackage(lines);
+    QFile nothing(QLatin1String("/usr/bin/true"));
+    const bool opened = nothing.open(QIODevice::ReadOnly);
+    putPackageOnCard(QByteArray("SCRIPT:/payload\n").repeated(lines), opened ? nothing.readAll() : QByteArray());
     UpdaterProgressScreen screen(nullptr, Qt::FramelessWindowHint);
-    QMetaObject::invokeMethod(&screen, "setUpdateType", Q_ARG(int, UpdateViaSdCard));
-    screen.show();
-    QApplication::processEvents();
-
-    QElapsedTimer timer;
-    timer.start();
-    QMetaObject::invokeMethod(&screen, "F1Clicked");
-    return static_cast<double>(timer.nsecsElapsed()) / 1e9;
+    return secondsOfUpdateFromCard(&screen);
 }
 
 /// From the start of the program until it has shown its screen and ended again.

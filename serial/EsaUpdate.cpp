@@ -95,13 +95,13 @@ void UpdaterProgressScreen::enterBootLoaderOnce(ESA_BOARD_ID board)
     entered = true;
 }
 
-/// The transfer itself happens in the slots below, as the board's replies arrive. Each of the board's silences has an
-/// end: the timer, which also wakes the event loop then.
+/// The transfer itself happens in the slots below, as the board's replies arrive. The loop does not sleep between them:
+/// waking up would take as long as two bytes on the line for every block. A silence of the board ends with the timer.
 void UpdaterProgressScreen::waitForEndOfEsaUpdate()
 {
     m_EsaReplyTimer.start(receiverTimeoutMs);
     while (!m_EsaUpdateFinished) {
-        QApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+        QApplication::processEvents(QEventLoop::AllEvents);
         if (!m_EsaUpdateFinished && !m_EsaReplyTimer.isActive()) {
             qDebug() << "ESA board does not answer";
             endEsaUpdate(false);
