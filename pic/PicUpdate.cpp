@@ -1,7 +1,7 @@
 // The update of one PIC: all PICs into reset, then erase, program and verify the chosen one, shown in percent.
 
 #include <QApplication>
-#include <QFile>
+#include <QFileInfo>
 #include <QtDebug>
 #include <unistd.h>
 
@@ -31,7 +31,8 @@ void holdAllPicsInReset()
 int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
 {
     m_UpdateFileName = UpdatePaths::packageDirectory + fileName;
-    if (!QFile::exists(m_UpdateFileName)) {
+    if (!QFileInfo(m_UpdateFileName).isFile()) { // a folder must not cost the PIC its program
+
         qDebug().nospace() << "Failed to find hex file: " << m_UpdateFileName;
         return -1;
     }

@@ -12,7 +12,8 @@
 
 namespace {
 
-// The board select pin: bank 4, pin 10. Low reaches the IO board, high the Measurement board.
+// The board select pin: bank 4, pin 10. Low reaches the IO board, high the Measurement board. The boards wire it to the
+// MCLR of PIC 1 as well, so that selecting the Measurement board lets PIC 1 out of reset.
 const unsigned int selectOutputRegister = 0x740;
 const unsigned int selectDirectionRegister = 0xB40;
 const unsigned int selectPinMask = 1U << 10;

@@ -31,7 +31,7 @@ public:
 protected slots:
     void notify(int socket);
 
-protected: // NOLINT(readability-redundant-access-specifiers)
+protected:
     /// The number of bytes read, 0 when none is waiting, -1 on failure.
     qint64 readData(char *data, qint64 maxSize) override;
     /// The number of bytes that the kernel took, -1 on failure.

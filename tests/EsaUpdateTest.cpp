@@ -49,7 +49,12 @@ protected slots:
     void endTheWait()
     {
         for (QTimer *timer : timersOf(m_Screen)) {
-            if (timer->isActive() && timer->interval() == m_TimeoutMs && ++m_Patience == 20) {
+            if (!timer->isActive() || timer->interval() != m_TimeoutMs)
+                continue;
+            const bool sameWait = timer->remainingTime() <= m_Remaining;
+            m_Remaining = timer->remainingTime();
+            m_Patience = sameWait ? m_Patience + 1 : 0;
+            if (m_Patience == 20) {
                 timer->start(0);
                 ended = true;
             }
@@ -61,7 +66,8 @@ private:
 
     QObject *m_Screen;
     int m_TimeoutMs;
-    int m_Patience = 0;
+    int m_Patience = 0; ///< polls of one silent wait
+    int m_Remaining = 0;
     QTimer m_Poll;
 };
 
@@ -81,6 +87,7 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
+    void modelKnowsTheCrc();
     void imagesOfAllSizesArrive_data();
     void imagesOfAllSizesArrive();
     void eachKeywordReachesItsBoardAndMemory();
@@ -155,6 +162,22 @@ QObject *EsaUpdateTest::screen() const
     return m_Panel->window()->findChild<UpdaterProgressScreen *>();
 }
 
+// The sum is that of another implementation of CRC-16/XMODEM, whose check value for "123456789" is 0x31C3.
+void EsaUpdateTest::modelKnowsTheCrc()
+{
+    for (const bool sound : {true, false}) {
+        EsaBootLoader board("board");
+        QByteArray packet("B2\x01\x00\xFF", 5);
+        for (int byte = 0; byte < 128; ++byte)
+            packet.append(static_cast<char>(byte));
+        packet.append(sound ? QByteArray("\xE8\x0A") : QByteArray("\xE8\x00", 2));
+        QByteArray replies;
+        for (const char byte : packet)
+            replies += board.receive(byte);
+        QCOMPARE(replies, QByteArray(sound ? "C\x06" : "C\x15"));
+    }
+}
+
 void EsaUpdateTest::imagesOfAllSizesArrive_data()
 {
     QTest::addColumn<int>("size");
@@ -168,6 +191,7 @@ void EsaUpdateTest::imagesOfAllSizesArrive()
     QVERIFY(update("ESA_IO_APP:/image.bin\n", {{"image.bin", image(size)}}));
     QCOMPARE(m_Boards->ioBoard().application(), padded(image(size)));
     QCOMPARE(m_Boards->ioBoard().blockCount(), (size + 127) / 128);
+    QCOMPARE(m_Boards->ioBoard().transferCount(), 1);
     QCOMPARE(m_Boards->violations().join("; "), QString());
     QVERIFY(m_Panel->messages().contains("Updating ESA IO Board Application with file: /image.bin"));
 }
@@ -269,6 +293,7 @@ void EsaUpdateTest::rubbishAroundRepliesIsPassedOver()
     QFETCH(QByteArray, rubbish);
     QFETCH(bool, split);
     m_Boards->ioBoard().faults.rubbishBeforeReply = rubbish;
+    m_Boards->ioBoard().faults.rubbishAfterCommand = split ? "\x06\x15" : "";
     if (split)
         m_Boards->splitReplies();
     QVERIFY(update("ESA_IO_APP:/image\n", {{"image", image(1000)}}));

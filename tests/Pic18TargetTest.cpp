@@ -262,7 +262,7 @@ void Pic18TargetTest::readsByEachTableReadCommand()
         wire.enter();
         wire.point(0x101);
         QByteArray bytes;
-        for (const Word command : {0x8, 0x9, 0xB, 0xA, 0x8}) // stay, after up, before up, after down
+        for (const Word command : {0x8U, 0x9U, 0xBU, 0xAU, 0x8U}) // stay, after up, before up, after down
             bytes.append(static_cast<char>(wire.receive(command)));
         QCOMPARE(bytes, QByteArray("\x22\x22\x44\x44\x33"));
         QCOMPARE(wire.read(0x3FFFFF) * 256 + wire.read(0x3FFFFE), device.second);

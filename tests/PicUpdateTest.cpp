@@ -162,6 +162,8 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic_data()
                                << "red: Failed - Updating PIC[0] with file /gone.hex";
     QTest::newRow("no slash") << QByteArray("PIC1:pic.hex") << "Updating PIC 1 with file: pic.hex"
                               << "red: Failed - Updating PIC[1] with file pic.hex";
+    QTest::newRow("folder") << QByteArray("PIC1:/") << "Updating PIC 1 with file: /"
+                            << "red: Failed - Updating PIC[1] with file /";
     QTest::newRow("place-holder") << QByteArray("PIC%2:/%1") << "Updating PIC %2 with file: /%1"
                                   << "red: Failed - Updating PIC[0] with file /%1";
     QTest::newRow("both words") << QByteArray("ESA_IO_APP_PIC:/x") << "Updating PIC _IO_APP_PIC with file: /x"
@@ -174,7 +176,10 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic()
     QFETCH(QString, announcement);
     QFETCH(QString, failure);
     Panel panel;
+    const DebugLines debug;
     QCOMPARE(update(&panel, line, {{"pic.hex", hexFile('a')}}), QStringList() << announcement << failure);
+    const QString path = "/tmp/firmware_update" + QString(line).section(':', 1);
+    QVERIFY(DebugLines::take().contains("Failed to find hex file: \"" + path + "\""));
     QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
 }
 
@@ -200,7 +205,8 @@ void PicUpdateTest::verifyFailureFailsTheLine()
     const QStringList messages = update(&panel, "PIC4:/pic.hex\n", {{"pic.hex", hexFile('a')}});
     QCOMPARE(messages.last(), QString("red: Failed - Updating PIC[4] with file /pic.hex"));
     QCOMPARE(messages.at(messages.size() - 2), QString("orange: 49%"));
-    QVERIFY2(programMemory(4).endsWith(QByteArray(64 * 1024, '\xFF')), "records behind the failure are not written");
+    QVERIFY2(programMemory(4).mid(201 * 16) == QByteArray(96 * 1024 - 201 * 16, '\xFF'),
+             "records behind it are written");
 }
 
 QTEST_MAIN(PicUpdateTest)

@@ -70,13 +70,14 @@ QByteArray EsaBootLoader::takeCommand(char byte)
     m_Packet.clear();
     m_NextBlock = 0;
     m_BlockCount = 0;
-    return ask();
+    return faults.rubbishAfterCommand + ask();
 }
 
 QByteArray EsaBootLoader::takeTransferByte(char byte)
 {
     if (m_Packet.isEmpty() && byte == endOfTransmission) {
         *m_Memory = m_Image;
+        ++m_TransferCount;
         m_State = State::Command;
         return reply(acknowledge) + ask();
     }

@@ -17,6 +17,7 @@ public:
         int unansweredBlock = -1;        ///< taken, but the reply is lost
         bool silentAfterCommand = false; ///< never asks for a transfer
         bool asksOnAfterTheEnd = false;  ///< keeps asking when the transfer is over
+        QByteArray rubbishAfterCommand;  ///< comes before the board asks for the first block
         QByteArray rubbishBeforeReply;   ///< comes with every reply, in front of it
     };
 
@@ -31,7 +32,8 @@ public:
     const QByteArray &application() const { return m_Application; }
     const QByteArray &eeprom() const { return m_Eeprom; }
     int entryCount() const { return m_EntryCount; }
-    int blockCount() const { return m_BlockCount; } ///< of the transfer that runs or ran last
+    int transferCount() const { return m_TransferCount; } ///< that came to their end
+    int blockCount() const { return m_BlockCount; }       ///< of the transfer that runs or ran last
     const QStringList &violations() const { return m_Violations; }
 
     Faults faults;
@@ -53,6 +55,7 @@ private:
     unsigned char m_NextBlock = 0;
     int m_BlockCount = 0;
     int m_EntryCount = 0;
+    int m_TransferCount = 0;
     QByteArray m_Application;
     QByteArray m_Eeprom;
     QStringList m_Violations;

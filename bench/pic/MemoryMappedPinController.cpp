@@ -1,5 +1,7 @@
 #include "pic/MemoryMappedPinController.h"
 
+#include <QtGlobal>
+
 #include "bench/pic/VirtualBoards.h"
 
 // The pins of the virtual instrument: what the updater loads and stores reaches the virtual boards.
@@ -15,7 +17,10 @@ void change(unsigned int offset, unsigned int mask, bool set)
 
 } // namespace
 
-MemoryMappedPinController::MemoryMappedPinController(unsigned int) : m_MemoryMap(nullptr) {}
+MemoryMappedPinController::MemoryMappedPinController(unsigned int) : m_MemoryMap(nullptr)
+{
+    Q_UNUSED(m_MemoryMap) // there is no memory to map
+}
 
 MemoryMappedPinController::~MemoryMappedPinController() {}
 
