@@ -22,7 +22,8 @@ MemoryMappedPinController::MemoryMappedPinController(unsigned int) : m_MemoryMap
     Q_UNUSED(m_MemoryMap) // there is no memory to map
 }
 
-MemoryMappedPinController::~MemoryMappedPinController() {}
+MemoryMappedPinController::~MemoryMappedPinController()
+{}
 
 void MemoryMappedPinController::setDirection(unsigned int registerOffset, unsigned int pinMask, PIN_DIRECTION direction)
 {
