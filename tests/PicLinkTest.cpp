@@ -60,6 +60,7 @@ QStringList waits(const QStringList &events)
 
 MemoryMappedPinController::MemoryMappedPinController(unsigned int physicalBase) : m_MemoryMap(nullptr)
 {
+    Q_UNUSED(m_MemoryMap) // there is no memory to map
     traffic << QString::number(physicalBase, 16);
 }
 
