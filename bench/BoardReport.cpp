@@ -1,8 +1,9 @@
 #include "bench/BoardReport.h"
 
-#include <QFile>
 #include <QMap>
 #include <QProcess>
+
+#include "bench/FileContent.h"
 
 namespace {
 
@@ -24,12 +25,6 @@ const EsaMemory esaMemories[] = {
     {"ESA_IO_EEP", "esa-io.eeprom"},
     {"ESA_M_EEP", "esa-measurement.eeprom"},
 };
-
-QByteArray readAll(const QString &fileName)
-{
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 /// `size` bytes from `begin` of a HEX file, as srecord reads it; what the file does not hold is `fill`.
 QByteArray hexContent(const QString &hexFile, int begin, int size, char fill)
@@ -72,7 +67,7 @@ BoardReport::BoardReport(const QDir &boards, const QDir &package, const QStringL
     for (auto memory = esaPayloads.cbegin(); memory != esaPayloads.cend(); ++memory)
         describeEsaMemory(memory.key(), memory.value());
 
-    const QByteArray violations = readAll(m_Boards.filePath(QLatin1String("violations")));
+    const QByteArray violations = contentOf(m_Boards.filePath(QLatin1String("violations")));
     if (!violations.isEmpty())
         m_Violations = QString::fromLocal8Bit(violations).split(QLatin1Char('\n'));
     m_Good = m_Good && m_Violations.isEmpty();
@@ -80,7 +75,7 @@ BoardReport::BoardReport(const QDir &boards, const QDir &package, const QStringL
 
 void BoardReport::describePic(int number, const QString &payload)
 {
-    const QByteArray program = readAll(m_Boards.filePath(QString::fromLatin1("pic%1.program").arg(number)));
+    const QByteArray program = contentOf(m_Boards.filePath(QString::fromLatin1("pic%1.program").arg(number)));
     const QString hexFile = m_Package.filePath(payload);
     const bool equal = !program.isEmpty() && program == hexContent(hexFile, 0, program.size(), erased) &&
                        isConfigurationOf(number, hexFile);
@@ -91,8 +86,8 @@ void BoardReport::describePic(int number, const QString &payload)
 bool BoardReport::isConfigurationOf(int number, const QString &hexFile) const
 {
     const QString name = m_Boards.filePath(QString::fromLatin1("pic%1.").arg(number));
-    const QByteArray configuration = readAll(name + QLatin1String("configuration"));
-    const QByteArray mask = readAll(name + QLatin1String("mask"));
+    const QByteArray configuration = contentOf(name + QLatin1String("configuration"));
+    const QByteArray mask = contentOf(name + QLatin1String("mask"));
     const QByteArray ones = hexContent(hexFile, configurationBegin, configurationSize, '\xFF');
     const QByteArray zeros = hexContent(hexFile, configurationBegin, configurationSize, '\0');
     for (int index = 0; index < configurationSize; ++index) {
@@ -105,8 +100,8 @@ bool BoardReport::isConfigurationOf(int number, const QString &hexFile) const
 
 void BoardReport::describeEsaMemory(const QString &memory, const QString &payload)
 {
-    const QByteArray received = readAll(m_Boards.filePath(memory));
-    const QByteArray sent = readAll(m_Package.filePath(payload));
+    const QByteArray received = contentOf(m_Boards.filePath(memory));
+    const QByteArray sent = contentOf(m_Package.filePath(payload));
     const int blocks = (sent.size() + blockSize - 1) / blockSize;
     add(memory, payload, received == sent.leftJustified(blocks * blockSize, padding));
 }

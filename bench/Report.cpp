@@ -2,10 +2,10 @@
 
 #include <QCryptographicHash>
 #include <QDirIterator>
-#include <QFile>
 #include <QFileInfo>
 #include <algorithm>
 
+#include "bench/FileContent.h"
 #include "update/UpdatePaths.h"
 
 namespace {
@@ -17,12 +17,6 @@ const char erasedByte = '\xFF';
 // Folders of the root file system that hold no installed files.
 const char *const passingFolders[] = {"dev", "proc", "run", "tmp", "root", "mnt/update", "mnt/data"};
 
-QByteArray readAll(const QString &fileName)
-{
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QByteArray digest(const QByteArray &content)
 {
     return QCryptographicHash::hash(content, QCryptographicHash::Sha256);
@@ -30,7 +24,7 @@ QByteArray digest(const QByteArray &content)
 
 QStringList readLines(const QString &fileName)
 {
-    QStringList lines = QString::fromLocal8Bit(readAll(fileName)).split(QLatin1Char('\n'));
+    QStringList lines = QString::fromLocal8Bit(contentOf(fileName)).split(QLatin1Char('\n'));
     if (lines.last().isEmpty())
         lines.removeLast();
     for (QString &line : lines) {
@@ -78,6 +72,7 @@ Report::Report(const QString &instrument, const QString &skeleton) : m_Instrumen
     readMessages();
     digestPayload();
     readCommandLines();
+    readBoards();
 }
 
 void Report::print(QTextStream &out) const
@@ -94,9 +89,8 @@ void Report::print(QTextStream &out) const
         flash << describeFlash(QLatin1String(name));
     printSection(out, QLatin1String("Flash"), flash);
     printSection(out, QLatin1String("Files of the root file system"), changedFiles() + removedFiles());
-    const BoardReport boards = readBoards();
-    printSection(out, QLatin1String("Boards"), boards.lines());
-    printSection(out, QLatin1String("What the boards would not accept"), boards.violations());
+    printSection(out, QLatin1String("Boards"), m_Boards->lines());
+    printSection(out, QLatin1String("What the boards would not accept"), m_Boards->violations());
     printSection(out, QLatin1String("Left behind"), leftBehind());
     out << "Last message\n  " << (m_Messages.isEmpty() ? QString() : m_Messages.last().section('\t', 1)) << '\n';
     out << "Verdict: " << (isGood() ? "good" : "FAILED") << '\n';
@@ -105,7 +99,7 @@ void Report::print(QTextStream &out) const
 bool Report::isGood() const
 {
     return !m_Messages.isEmpty() && m_Messages.last().startsWith(QLatin1String(successMessage)) &&
-           leftBehind().isEmpty() && readBoards().isGood();
+           leftBehind().isEmpty() && m_Boards->isGood();
 }
 
 void Report::readMessages()
@@ -118,7 +112,7 @@ void Report::digestPayload()
     const QDir package(pathOf(UpdatePaths::packageDirectory.data()));
     QDirIterator files(package.path(), QDir::Files, QDirIterator::Subdirectories);
     while (files.hasNext()) {
-        const QByteArray content = readAll(files.next());
+        const QByteArray content = contentOf(files.next());
         m_Payload.insert(digest(content), package.relativeFilePath(files.filePath()));
         m_PayloadSizes << content.size();
     }
@@ -153,13 +147,13 @@ void Report::readCommandLines()
     }
 }
 
-BoardReport Report::readBoards() const
+void Report::readBoards()
 {
     QStringList commands;
     for (const Line &line : m_Lines)
         commands << line.command;
-    return BoardReport(QDir(pathOf(InstrumentState::directory / "boards")),
-                       QDir(pathOf(UpdatePaths::packageDirectory.data())), commands);
+    m_Boards = std::make_unique<BoardReport>(QDir(pathOf(InstrumentState::directory / "boards")),
+                                             QDir(pathOf(UpdatePaths::packageDirectory.data())), commands);
 }
 
 QString Report::pathOf(const InstrumentState::Path &path) const
@@ -175,7 +169,7 @@ QString Report::payloadEqualTo(const QByteArray &content) const
 // A payload is followed by erased bytes, and may end in some of its own.
 QString Report::describeFlash(const QString &file) const
 {
-    const QByteArray content = readAll(pathOf(InstrumentState::flash / file.toStdString()));
+    const QByteArray content = contentOf(pathOf(InstrumentState::flash / file.toStdString()));
     const QString label = file + QLatin1String(": ");
     if (isErased(content))
         return label + QLatin1String("erased, as delivered");
@@ -199,9 +193,9 @@ QStringList Report::changedFiles() const
         if (isInPassingFolder(path) || QFileInfo(fileName).symLinkTarget().startsWith(QLatin1String(hostPrefix)) ||
             path == QLatin1String("usr/bin/ubiformat") || path == QLatin1String("mnt/ubiData/backfile"))
             continue;
-        const QByteArray content = readAll(fileName);
+        const QByteArray content = contentOf(fileName);
         const bool delivered = m_Skeleton.exists(path);
-        if (delivered && readAll(m_Skeleton.filePath(path)) == content)
+        if (delivered && contentOf(m_Skeleton.filePath(path)) == content)
             continue;
         const QString payload = payloadEqualTo(content);
         changes << QString::fromLatin1("%1 /%2, %3 bytes%4")

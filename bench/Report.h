@@ -7,6 +7,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTextStream>
+#include <memory>
 
 #include "bench/BoardReport.h"
 #include "bench/tools/InstrumentState.h"
@@ -35,7 +36,7 @@ private:
     void readMessages();
     void digestPayload();
     void readCommandLines();
-    BoardReport readBoards() const;
+    void readBoards();
     QString pathOf(const InstrumentState::Path &path) const;
     QString payloadEqualTo(const QByteArray &content) const;
     QString describeFlash(const QString &file) const;
@@ -50,6 +51,7 @@ private:
     QList<Line> m_Lines;
     QHash<QByteArray, QString> m_Payload; ///< digest of the content, path in the package
     QList<qint64> m_PayloadSizes;
+    std::unique_ptr<const BoardReport> m_Boards;
 };
 
 #endif

@@ -117,9 +117,7 @@ private:
 
 void EsaUpdateTest::initTestCase()
 {
-    QApplication::setOrganizationName("Vantrel");
-    QApplication::setApplicationName("Updater");
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
+    Instrument::useItsSettings();
 }
 
 void EsaUpdateTest::init()

@@ -1,12 +1,15 @@
 #include "tests/Instrument.h"
 
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "bench/FileContent.h"
 #include "bench/tools/InstrumentState.h"
 #include "update/UpdatePaths.h"
 
@@ -45,6 +48,13 @@ Instrument::Instrument()
     QDir().mkpath(toQString(InstrumentState::media));
     QDir().mkpath(toQString(InstrumentState::power));
     InstrumentState::write(InstrumentState::mounts, {{"ubi0:rootfs", "/", "ro"}});
+}
+
+void Instrument::useItsSettings()
+{
+    QCoreApplication::setOrganizationName("Vantrel");
+    QCoreApplication::setApplicationName("Updater");
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
 }
 
 QString Instrument::insertMedium(const QString &device) const
@@ -99,8 +109,7 @@ QStringList Instrument::takeCalls()
 
 QByteArray Instrument::contentOf(const QString &fileName)
 {
-    QFile file(fileName);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return ::contentOf(fileName);
 }
 
 void Instrument::write(const QString &fileName, const QByteArray &content)

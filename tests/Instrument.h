@@ -13,6 +13,9 @@ class Instrument
 public:
     Instrument();
 
+    /// Makes the test program read and write the settings where the shipped program has them.
+    static void useItsSettings();
+
     /// Puts an empty medium with a file system on `device` ("sda1", "mmcblk0p4", "backfile") in place; returns its
     /// folder.
     QString insertMedium(const QString &device) const;

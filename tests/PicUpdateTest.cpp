@@ -64,9 +64,7 @@ private:
 
 void PicUpdateTest::initTestCase()
 {
-    QApplication::setOrganizationName("Vantrel");
-    QApplication::setApplicationName("Updater");
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
+    Instrument::useItsSettings();
 }
 
 void PicUpdateTest::init()

@@ -56,9 +56,7 @@ private slots:
 
 void ScreensTest::initTestCase()
 {
-    QApplication::setOrganizationName("Vantrel");
-    QApplication::setApplicationName("Updater");
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
+    Instrument::useItsSettings();
 }
 
 void ScreensTest::init()
