@@ -149,8 +149,10 @@ void Operator::writeDownMessages()
 
     const QString last = lastMessage();
     if (last.startsWith(QLatin1String("Update complete")) ||
-        last.startsWith(QLatin1String("Some of the updates failed")))
+        last.startsWith(QLatin1String("Some of the updates failed"))) {
+        m_EsaBoards.catchUp();
         recordBoards(m_EsaBoards);
+    }
 }
 
 void Operator::takePicture(const QString &name)

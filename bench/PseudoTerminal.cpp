@@ -52,6 +52,22 @@ QByteArray PseudoTerminal::readAll()
     return bytes;
 }
 
+QByteArray PseudoTerminal::readAllSent()
+{
+    const QByteArray endMark("\xFF end of what was sent \xFF");
+    QByteArray bytes = readAll();
+    if (m_Port < 0)
+        return bytes;
+    if (::write(m_Port, endMark.constData(), static_cast<size_t>(endMark.size())) != endMark.size())
+        qFatal("the serial line is full");
+    while (!bytes.endsWith(endMark)) {
+        sched_yield();
+        bytes += readAll();
+    }
+    bytes.chop(endMark.size());
+    return bytes;
+}
+
 // The kernel takes the bytes at once and hands them to the port a moment later, perhaps in pieces.
 void PseudoTerminal::write(const QByteArray &bytes)
 {

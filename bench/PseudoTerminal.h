@@ -22,6 +22,8 @@ public:
 
     /// What the program has sent and nobody has read.
     QByteArray readAll();
+    /// The same, with the bytes that are still on their way: the program, which waits meanwhile, has sent no others.
+    QByteArray readAllSent();
 
     /// Sends `bytes`, at most 4095 that are not yet read, to the program. When the call returns they all wait at the
     /// port.

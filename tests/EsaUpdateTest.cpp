@@ -18,6 +18,7 @@ using Files = QList<QPair<QString, QByteArray>>;
 
 const int receiverTimeoutMs = 30000;
 const int replyTimeoutMs = 10000;
+const int silentPolls = 60; // longer than a busy machine needs for a reply
 
 QByteArray image(int size)
 {
@@ -54,7 +55,7 @@ protected slots:
             const bool sameWait = timer->remainingTime() <= m_Remaining;
             m_Remaining = timer->remainingTime();
             m_Patience = sameWait ? m_Patience + 1 : 0;
-            if (m_Patience == 20) {
+            if (m_Patience == silentPolls) {
                 timer->start(0);
                 ended = true;
             }
@@ -152,6 +153,7 @@ bool EsaUpdateTest::update(const QByteArray &commandFile, const Files &files)
         m_Panel->press(Qt::Key_F1);
     m_Panel->press(Qt::Key_F3);
     m_Panel->press(Qt::Key_F1);
+    m_Boards->catchUp();
     return m_Panel->lastMessage().startsWith("green: ");
 }
 
@@ -305,10 +307,12 @@ void EsaUpdateTest::boardThatKeepsAskingStartsNothing()
     const DebugLines debug;
     QVERIFY(
         update("ESA_IO_APP:/1\nESA_M_APP:/2\nESA_IO_EEP:/3\n", {{"1", image(500)}, {"2", image(600)}, {"3", "three"}}));
-    QVERIFY(DebugLines::take().contains("unknown received: 0643")); // the answer to the end, and the next request
+    QVERIFY(!DebugLines::take().filter(QRegExp("unknown received: (06)?43")).isEmpty()); // asked, and passed over
     QCOMPARE(m_Boards->ioBoard().application(), padded(image(500)));
     QCOMPARE(m_Boards->measurementBoard().application(), padded(image(600)));
     QCOMPARE(m_Boards->ioBoard().eeprom(), padded("three"));
+    m_Boards->ioBoard().faults.asksOnAfterTheEnd = false;
+    QCoreApplication::processEvents();
     m_Boards->line().deliver("C"); // between updates
     QCoreApplication::processEvents();
     QCOMPARE(DebugLines::take().last(), QString("unknown received: 43"));

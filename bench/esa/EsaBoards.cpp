@@ -18,7 +18,7 @@ EsaBoards::EsaBoards(QObject *parent)
     connect(&m_AskTimer, SIGNAL(timeout()), this, SLOT(ask()));
     m_AskTimer.start(askIntervalMs);
     VirtualBoards::installed().beforeSelectChange = [this] {
-        receive();
+        catchUp();
     };
 }
 
@@ -27,9 +27,18 @@ EsaBoards::~EsaBoards()
     VirtualBoards::installed().beforeSelectChange = nullptr;
 }
 
+void EsaBoards::catchUp()
+{
+    take(m_Line.readAllSent());
+}
+
 void EsaBoards::receive()
 {
-    const QByteArray bytes = m_Line.readAll();
+    take(m_Line.readAll());
+}
+
+void EsaBoards::take(const QByteArray &bytes)
+{
     if (bytes.isEmpty())
         return;
     if (!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin))

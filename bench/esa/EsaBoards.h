@@ -23,6 +23,9 @@ public:
     const EsaBootLoader &measurementBoard() const { return m_MeasurementBoard; }
     PseudoTerminal &line() { return m_Line; }
 
+    /// Takes what the program has sent up to now, with what is still on its way.
+    void catchUp();
+
     QStringList violations() const { return m_Violations + m_IoBoard.violations() + m_MeasurementBoard.violations(); }
 
     // Faults of the line.
@@ -37,6 +40,7 @@ protected slots:
 
 private:
     EsaBootLoader &selected();
+    void take(const QByteArray &bytes);
     void send(const QByteArray &bytes);
 
     PseudoTerminal m_Line;
