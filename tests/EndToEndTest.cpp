@@ -18,7 +18,8 @@ public:
     {
         m_Process.setProcessChannelMode(QProcess::ForwardedChannels);
         m_Process.setProcessEnvironment(display.environment());
-        m_Process.start(UPDATER_PROGRAM, QStringList("Quorvin"));
+        QStringList command = QString(UPDATER_COMMAND).simplified().split(' ');
+        m_Process.start(command.takeFirst(), command << "Quorvin");
     }
     ~Program()
     {

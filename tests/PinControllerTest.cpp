@@ -53,7 +53,8 @@ private slots:
     void releasesItsMappingAndDescriptor();
     void refusesEverythingWithoutAMapping();
     void mapsWithTheProtectionAsked();
-    void delaysLastAtLeastAsLongAsStated();
+    void longDelaysLastAtLeastAsLongAsStated();
+    void shortDelaysLastAtLeastAsLongAsStated();
 };
 
 void PinControllerTest::init()
@@ -136,7 +137,7 @@ void PinControllerTest::mapsWithTheProtectionAsked()
     QCOMPARE(readWord(0), 0U);
 }
 
-void PinControllerTest::delaysLastAtLeastAsLongAsStated()
+void PinControllerTest::longDelaysLastAtLeastAsLongAsStated()
 {
     for (const PIC_DELAY delay : {DELAY_P9, DELAY_P10, DELAY_P11, DELAY_ENTRY, DELAY_RESET, DELAY_SETUP}) {
         QElapsedTimer timer;
@@ -144,6 +145,12 @@ void PinControllerTest::delaysLastAtLeastAsLongAsStated()
         waitFor(delay);
         QVERIFY(timer.nsecsElapsed() >= picDelayNanoseconds[delay]);
     }
+}
+
+void PinControllerTest::shortDelaysLastAtLeastAsLongAsStated()
+{
+    if (qEnvironmentVariableIsSet("EMULATED_PROCESSOR"))
+        QSKIP("an emulated processor has no clock frequency to rely on");
     for (const PIC_DELAY delay : {DELAY_CLOCK, DELAY_COMMAND, DELAY_OPERAND, DELAY_RELEASE, DELAY_PULSE}) {
         const int repetitions = 10000;
         QElapsedTimer timer;
