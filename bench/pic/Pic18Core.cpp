@@ -26,7 +26,6 @@ const unsigned char eepgd = 0x80;
 const unsigned int tablePointerMask = 0x3FFFFF;
 const unsigned int eraseKeyLowAddress = 0x3C0004;
 const unsigned int eraseKeyHighAddress = 0x3C0005;
-const qint64 eepromWriteNanoseconds = 4000000;
 
 QString hexadecimal(unsigned int value)
 {
@@ -164,12 +163,12 @@ void Pic18Core::startWrite()
     if (isSet(eepgd))
         prepareWrite();
     else
-        m_EepromWriteEnd = m_Clock.now() + eepromWriteNanoseconds;
+        m_EepromWriteEnd = m_Clock.now() + m_EepromWriteTime;
 }
 
 void Pic18Core::settleEepromWrite()
 {
-    if (!isSet(wr) || isSet(eepgd) || !m_EepromWriteEnds || m_Clock.now() < m_EepromWriteEnd)
+    if (!isSet(wr) || isSet(eepgd) || m_Clock.now() < m_EepromWriteEnd)
         return;
     m_Memory.writeEeprom(eepromAddress(), m_Eedata);
     m_Eecon1 = m_Eecon1 & static_cast<unsigned char>(~wr);

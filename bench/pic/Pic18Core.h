@@ -34,7 +34,7 @@ public:
     bool isBulkEraseReady() const { return m_BulkErase == BulkErase::Ready; }
     void bulkErase();
 
-    void neverEndEepromWrite() { m_EepromWriteEnds = false; }
+    void setEepromWriteTime(qint64 nanoseconds) { m_EepromWriteTime = nanoseconds; }
 
 private:
     enum class BulkErase { Idle, KeysLoaded, Ready };
@@ -70,7 +70,7 @@ private:
     unsigned char m_EraseKeyLow = 0;
     BulkErase m_BulkErase = BulkErase::Idle;
     qint64 m_EepromWriteEnd = 0;
-    bool m_EepromWriteEnds = true;
+    qint64 m_EepromWriteTime = 4000000; ///< the longest that a chip takes
 };
 
 #endif

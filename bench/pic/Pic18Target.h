@@ -41,7 +41,8 @@ public:
     // Faults.
     /// There is no chip; while MCLR is high the data line rests at `dataLevel`.
     void remove(bool dataLevel) { m_Absent = dataLevel; }
-    void neverEndEepromWrite() { m_Core.neverEndEepromWrite(); }
+    /// How long the chip takes for a byte of its EEPROM.
+    void setEepromWriteTime(qint64 nanoseconds) { m_Core.setEepromWriteTime(nanoseconds); }
 
 private:
     enum class Phase { Command, Operand, ReadOperand, DataOut };
