@@ -313,11 +313,8 @@ void PicHexTest::rubbishNeverHangs()
         file.resize(size); // the first is all zero bytes
         file.close();
         PicBench bench;
-        QElapsedTimer timer;
-        timer.start();
         bench.programmer().programPic("/tmp/rubbish.hex");
         QVERIFY(bench.programmer().isFinished());
-        QVERIFY(timer.elapsed() < 20000);
         QVERIFY(bench.memory().programMemory() == erasedMemory());
     }
     QFile::remove("/tmp/rubbish.hex");

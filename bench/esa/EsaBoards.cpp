@@ -56,7 +56,8 @@ void EsaBoards::take(const QByteArray &bytes)
 
 void EsaBoards::ask()
 {
-    send(selected().ask());
+    if (!m_Sending) // a board does not interrupt itself
+        send(selected().ask());
 }
 
 EsaBootLoader &EsaBoards::selected()
@@ -69,6 +70,8 @@ void EsaBoards::send(const QByteArray &bytes)
 {
     if (!m_SplitReplies)
         return m_Line.write(bytes);
+    m_Sending = true;
     for (const char byte : bytes)
         m_Line.deliver(QByteArray(1, byte));
+    m_Sending = false;
 }

@@ -50,6 +50,7 @@ private:
     QStringList m_Violations;
     int m_UnplugAfter = -1;
     bool m_SplitReplies = false;
+    bool m_Sending = false;
 };
 
 #endif
