@@ -47,13 +47,18 @@ void ChangeRecorder::begin()
     m_Files = takeStock();
 }
 
+// A percentage is replaced by taking its line away first, so that one message less means nothing. A prompt clears the
+// window for a new sequence.
 void ChangeRecorder::messagesShown(int count)
 {
-    if (count == m_MessageCount)
+    const bool newSequence = count == 1 && m_MessageCount > 1;
+    if (count <= m_MessageCount && !newSequence)
         return;
     Files now = takeStock();
     writeFiles(now);
     writeCalls();
+    if (newSequence)
+        fs::remove(changes);
     m_Files.swap(now);
     m_MessageCount = count;
 }

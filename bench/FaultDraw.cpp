@@ -54,7 +54,7 @@ FaultDraw::FaultDraw(unsigned int seed, const Report &undisturbed, const QDir &p
         const QList<Fault> candidates = faultsAt(place);
         if (candidates.isEmpty())
             continue;
-        const Fault fault = candidates.at(drawBelow(candidates.size()));
+        const Fault &fault = candidates.at(drawBelow(candidates.size()));
         --count;
         if (place != beforeLines) {
             m_Faults << fault;

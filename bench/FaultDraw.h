@@ -23,7 +23,6 @@ public:
         QList<int> lines;    ///< that must fail, by index; none: the update must not begin
     };
 
-    /// `package` is the unpacked package.
     FaultDraw(unsigned int seed, const Report &undisturbed, const QDir &package);
 
     const QList<Fault> &faults() const { return m_Faults; }

@@ -2,7 +2,6 @@
 
 #include <QDirIterator>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegExp>
 #include <algorithm>
 
@@ -26,11 +25,6 @@ const char unknownType[] = "?";
 
 // The tool that writes the image waits under this name in the folder to which the image is copied.
 const char imageToolPath[] = "/ubiformat";
-
-QString fileNameOf(QLatin1String path)
-{
-    return QString(path).section(QLatin1Char('/'), -1);
-}
 
 bool isBoardCommand(const QString &keyword)
 {
@@ -85,42 +79,32 @@ QString suggestionFor(const QString &keyword)
 
 } // namespace
 
-PackageInspection::PackageInspection(const QString &archive) : m_Package(m_Folder.path())
+PackageInspection::PackageInspection(const UnpackedPackage &package) : m_Package(package.folder())
 {
-    inspectArchive(archive);
-    inspectPackage();
+    inspectArchive(package);
+    const QFileInfo commandFile(package.commandFile());
+    if (!m_Package.exists()) {
+        addMistake("no package folder", QLatin1String("the archive holds no folder ") + m_Package.dirName());
+    } else if (!commandFile.isFile()) {
+        addMistake("no command file", QLatin1String("the package holds no file ") + commandFile.fileName());
+    } else {
+        m_Used << commandFile.fileName();
+        inspectLines(package.commandLines());
+        findUnusedPayload();
+    }
 }
 
-void PackageInspection::inspectArchive(const QString &archive)
+void PackageInspection::inspectArchive(const UnpackedPackage &package)
 {
-    const QString name = QFileInfo(archive).fileName();
     const QRegExp pattern(UpdatePaths::packagePattern, Qt::CaseInsensitive, QRegExp::Wildcard);
-    if (!pattern.exactMatch(name))
-        addMistake(
-            "archive name",
-            QString::fromLatin1("the updater looks for %1, and passes over %2").arg(UpdatePaths::packagePattern, name));
-    if (name.contains(QLatin1Char(' ')))
+    if (!pattern.exactMatch(package.archiveName())) {
+        addMistake("archive name", QString::fromLatin1("the updater looks for %1, and passes over %2")
+                                       .arg(UpdatePaths::packagePattern, package.archiveName()));
+    }
+    if (package.archiveName().contains(QLatin1Char(' ')))
         addMistake("archive name", QLatin1String("a blank in the name of the archive keeps it from being unpacked"));
-    QProcess tar;
-    tar.start(QLatin1String("tar"), QStringList() << QLatin1String("xjf") << QFileInfo(archive).absoluteFilePath()
-                                                  << QLatin1String("-C") << m_Folder.path());
-    if (!tar.waitForFinished(-1) || tar.exitCode() != 0)
-        addMistake("archive", QLatin1String("tar cannot unpack it: ") +
-                                  QString::fromLocal8Bit(tar.readAllStandardError()).section(QLatin1Char('\n'), 0, 0));
-}
-
-void PackageInspection::inspectPackage()
-{
-    if (!m_Package.cd(fileNameOf(UpdatePaths::packageDirectory)))
-        return addMistake("no package folder",
-                          QLatin1String("the archive holds no folder ") + fileNameOf(UpdatePaths::packageDirectory));
-    const QString commandFile = fileNameOf(UpdatePaths::commandFile);
-    if (!QFileInfo(m_Package.filePath(commandFile)).isFile())
-        return addMistake("no command file", QLatin1String("the package holds no file ") + commandFile);
-    m_Used << commandFile;
-    inspectLines(linesOf(m_Package.filePath(commandFile)));
-    m_Line = 0;
-    findUnusedPayload();
+    if (!package.error().isEmpty())
+        addMistake("archive", QLatin1String("tar cannot unpack it: ") + package.error());
 }
 
 void PackageInspection::inspectLines(const QStringList &lines)
@@ -129,15 +113,17 @@ void PackageInspection::inspectLines(const QStringList &lines)
         ++m_Line;
         inspectLine(line);
     }
+    m_Line = 0;
 }
 
 void PackageInspection::inspectLine(const QString &line)
 {
     const QStringList pieces = line.split(QLatin1Char(':'));
-    if (pieces.size() != 2)
+    if (pieces.size() != 2) {
         return addMistake("bad line", line.isEmpty()
                                           ? QString::fromLatin1("an empty line is no command")
                                           : QString::fromLatin1("%1 colons in place of one").arg(pieces.size() - 1));
+    }
     const QString &keyword = pieces.at(0);
     if (!UpdaterProgressScreen::commandKeywords().contains(keyword) && !isBoardCommand(keyword))
         return addMistake("unknown keyword", keyword + QLatin1String(" is no keyword") + suggestionFor(keyword));
@@ -178,11 +164,11 @@ void PackageInspection::inspectSystemType(const QString &keyword)
         addRemark("no system type", QLatin1String("no SYSTEM line above: the type is that of the update before"));
         m_SystemType = QLatin1String(nandType);
     }
-    if (m_SystemType == QLatin1String(unknownType))
-        addMistake("system type",
-                   keyword == QLatin1String(kernelKeyword)
-                       ? QLatin1String("writes nothing and counts as done, because the system type is unknown")
-                       : QLatin1String("fails, because the system type is unknown"));
+    const bool unknown = m_SystemType == QLatin1String(unknownType);
+    if (unknown && keyword == QLatin1String(kernelKeyword))
+        addMistake("system type", QLatin1String("of an unknown type nothing is written, and counts as done"));
+    else if (unknown)
+        addMistake("system type", QLatin1String("fails for an unknown type"));
     else if (keyword == QLatin1String(imageKeyword) && m_SystemType != QLatin1String(nandType))
         addMistake("system type", QLatin1String("an image is for NAND only"));
 }
@@ -206,10 +192,11 @@ bool PackageInspection::inspectPath(const QString &keyword, const QString &path)
 // The image is copied to /tmp under its bare name and looked for there under its path.
 void PackageInspection::inspectImage(const QString &path)
 {
-    if (path.lastIndexOf(QLatin1Char('/')) > 0)
+    if (path.lastIndexOf(QLatin1Char('/')) > 0) {
         addMistake("image path", QString::fromLatin1("%1 is not at the top of the package: the line erases the flash "
                                                      "and then does not find the image")
                                      .arg(path));
+    }
     if (path == QLatin1String(imageToolPath))
         addMistake("image path", QLatin1String("the image takes the place of the tool that writes it"));
 }
@@ -234,11 +221,12 @@ void PackageInspection::inspectPic(const QString &keyword, const QString &path)
     if (number < 1 || number > picCount)
         addMistake("no such PIC", keyword + QLatin1String(" selects no PIC") + suggestionFor(keyword));
     const HexFile hexFile(m_Package.filePath(path.mid(1)));
-    if (hexFile.badLine() > 0)
+    if (hexFile.badLine() > 0) {
         addMistake("damaged HEX file", QString::fromLatin1("%1 stops the PIC at its line %2: cut short, or a wrong "
                                                            "checksum")
                                            .arg(path)
                                            .arg(hexFile.badLine()));
+    }
     for (const HexFile::Range &range : hexFile.passedOver())
         addRemark("HEX range passed over", path + QLatin1String(": ") + range.text());
 }

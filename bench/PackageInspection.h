@@ -6,7 +6,8 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
-#include <QTemporaryDir>
+
+#include "bench/UnpackedPackage.h"
 
 /// What a reading of the package alone tells: lines that cannot do what they say, and what its author may not know.
 class PackageInspection
@@ -19,7 +20,7 @@ public:
         QString text;
     };
 
-    explicit PackageInspection(const QString &archive);
+    explicit PackageInspection(const UnpackedPackage &package);
 
     /// The line cannot do what it says, or the updater does not find or open the package.
     const QList<Finding> &mistakes() const { return m_Mistakes; }
@@ -27,8 +28,7 @@ public:
     const QList<Finding> &remarks() const { return m_Remarks; }
 
 private:
-    void inspectArchive(const QString &archive);
-    void inspectPackage();
+    void inspectArchive(const UnpackedPackage &package);
     void inspectLines(const QStringList &lines);
     void inspectLine(const QString &line);
     void inspectCommand(const QString &keyword, const QString &argument);
@@ -43,8 +43,7 @@ private:
     void addMistake(const char *kind, const QString &text);
     void addRemark(const char *kind, const QString &text);
 
-    QTemporaryDir m_Folder;
-    QDir m_Package; ///< the folder of the unpacked package
+    QDir m_Package;
     int m_Line = 0; ///< that is inspected
     QString m_SystemType;
     QSet<QString> m_Used; ///< paths in the package that lines name

@@ -42,10 +42,11 @@ QJsonArray jsonOf(const QList<PackageInspection::Finding> &findings)
 QStringList textsOf(const QList<Report::Call> &calls)
 {
     QStringList texts;
-    for (const Report::Call &call : calls)
+    for (const Report::Call &call : calls) {
         texts << (call.exitCode == 0
                       ? call.commandLine
                       : QString::fromLatin1("%1 (exit code %2)").arg(call.commandLine).arg(call.exitCode));
+    }
     return texts;
 }
 
@@ -69,6 +70,13 @@ QJsonObject jsonOf(const Report::Line &line, int number)
             {"messages", QJsonArray::fromStringList(line.messages)},
             {"changes", QJsonArray::fromStringList(line.changes)},
             {"calls", QJsonArray::fromStringList(textsOf(line.calls))}};
+}
+
+QJsonObject jsonOf(const RehearsalReport::Trial &trial)
+{
+    return {{"title", trial.title},
+            {"entries", QJsonArray::fromStringList(trial.entries)},
+            {"verdict", QLatin1String(trial.good ? good : failed)}};
 }
 
 } // namespace
@@ -138,9 +146,7 @@ QByteArray RehearsalReport::json() const
         update[section.title] = QJsonArray::fromStringList(section.entries);
     QJsonArray trials;
     for (const Trial &trial : m_Trials)
-        trials << QJsonObject{{"title", trial.title},
-                              {"entries", QJsonArray::fromStringList(trial.entries)},
-                              {"verdict", QLatin1String(trial.good ? good : failed)}};
+        trials << jsonOf(trial);
     return QJsonDocument(QJsonObject{{"package", m_Archive},
                                      {"verdict", verdict()},
                                      {"lines", lines},

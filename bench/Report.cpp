@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "bench/FileContent.h"
-#include "update/UpdatePaths.h"
 
 namespace {
 
@@ -47,13 +46,14 @@ bool beginsLine(const QString &text, bool red)
 
 } // namespace
 
-Report::Report(const QString &instrument, const QString &skeleton) : m_Instrument(instrument), m_Skeleton(skeleton)
+Report::Report(const QString &instrument, const QString &skeleton, const UnpackedPackage &package)
+    : m_Instrument(instrument), m_Skeleton(skeleton)
 {
     m_Messages = linesOf(pathOf(InstrumentState::directory / "messages"));
-    digestPayload();
-    readCommandLines();
+    digestPayload(package.folder());
+    readCommandLines(package.commandLines());
     readChanges();
-    readBoards();
+    readBoards(package);
 }
 
 QList<Report::Section> Report::sections() const
@@ -87,9 +87,8 @@ bool Report::isFailureTold() const
     return !m_Messages.isEmpty() && m_Messages.last().startsWith(QLatin1String(failureColour));
 }
 
-void Report::digestPayload()
+void Report::digestPayload(const QDir &package)
 {
-    const QDir package(pathOf(UpdatePaths::packageDirectory.data()));
     QDirIterator files(package.path(), QDir::Files, QDirIterator::Subdirectories);
     while (files.hasNext()) {
         const QByteArray content = contentOf(files.next());
@@ -101,15 +100,15 @@ void Report::digestPayload()
 
 // A line is announced in plain text, or has a single red message of its own. The red messages behind an announcement
 // are the line's failures.
-void Report::readCommandLines()
+void Report::readCommandLines(const QStringList &commands)
 {
-    const QStringList commands = linesOf(pathOf(UpdatePaths::commandFile.data()));
+    const int end = endOfLineMessages();
     int next = m_Messages.indexOf(QLatin1String("plain\tExtracting update")) + 1;
     m_FirstLineMessage = next;
     for (const QString &command : commands) {
         Line line{command, false, QStringList(), QStringList(), QList<Call>()};
         bool begun = false;
-        for (; next > 0 && next < m_Messages.size(); ++next) {
+        for (; next < end; ++next) {
             const QString text = m_Messages.at(next).section(QLatin1Char('\t'), 1);
             const bool red = m_Messages.at(next).startsWith(QLatin1String(failureColour));
             if (begun && beginsLine(text, red))
@@ -127,6 +126,15 @@ void Report::readCommandLines()
         m_Lines << line;
         m_LineEnds << next;
     }
+}
+
+/// The index of the first message behind those of the lines; 0 when the update never came to its lines.
+int Report::endOfLineMessages() const
+{
+    const int end = m_Messages.indexOf(QLatin1String("plain\tFinalising update, please wait"));
+    if (end >= 0)
+        return end;
+    return lastMessage().contains(QLatin1String("press F1 to return to the main screen")) ? 0 : m_Messages.size();
 }
 
 /// The index of the line that shows this message; -1 for none.
@@ -159,13 +167,10 @@ void Report::readChanges()
     }
 }
 
-void Report::readBoards()
+void Report::readBoards(const UnpackedPackage &package)
 {
-    QStringList commands;
-    for (const Line &line : m_Lines)
-        commands << line.command;
-    m_Boards = std::make_unique<BoardReport>(QDir(pathOf(InstrumentState::directory / "boards")),
-                                             QDir(pathOf(UpdatePaths::packageDirectory.data())), commands);
+    m_Boards = std::make_unique<BoardReport>(QDir(pathOf(InstrumentState::directory / "boards")), package.folder(),
+                                             package.commandLines());
     for (auto board = m_Boards->lines().cbegin(); board != m_Boards->lines().cend(); ++board)
         m_Lines[board.key()].changes << board.value();
 }

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "bench/BoardReport.h"
+#include "bench/UnpackedPackage.h"
 #include "bench/tools/InstrumentState.h"
 
 /// What an update did to the virtual instrument, read from the instrument's folder after the run: every line of the
@@ -17,7 +18,7 @@ class Report
 {
 public:
     /// `instrument` is the folder that bench/new-instrument made, `skeleton` the files of its delivered state.
-    Report(const QString &instrument, const QString &skeleton);
+    Report(const QString &instrument, const QString &skeleton, const UnpackedPackage &package);
 
     /// Of a stand-in tool.
     struct Call
@@ -54,10 +55,11 @@ public:
     bool isFailureTold() const;
 
 private:
-    void digestPayload();
-    void readCommandLines();
+    void digestPayload(const QDir &package);
+    void readCommandLines(const QStringList &commands);
+    int endOfLineMessages() const;
     void readChanges();
-    void readBoards();
+    void readBoards(const UnpackedPackage &package);
     int lineAtMessage(int message) const;
     QString pathOf(const InstrumentState::Path &path) const;
     QString payloadEqualTo(const QByteArray &content) const;

@@ -7,7 +7,6 @@
 #include <QTextStream>
 
 #include "bench/FaultDraw.h"
-#include "update/UpdatePaths.h"
 
 namespace {
 
@@ -48,17 +47,19 @@ int main(int argc, char **argv)
     bool isSeed = false;
     const unsigned int seed = arguments.value(1).toUInt(&isSeed);
     const QString action = arguments.value(0);
-    if (arguments.size() != 5 || !isSeed || (action != QLatin1String("draw") && action != QLatin1String("judge"))) {
-        QTextStream(stderr) << "usage: update-faults draw SEED INSTRUMENT SKELETON FOLDER\n"
-                               "       update-faults judge SEED INSTRUMENT SKELETON DISTURBED\n"
+    if (arguments.size() != 6 || !isSeed || (action != QLatin1String("draw") && action != QLatin1String("judge"))) {
+        QTextStream(stderr) << "usage: update-faults draw SEED INSTRUMENT SKELETON PACKAGE FOLDER\n"
+                               "       update-faults judge SEED INSTRUMENT SKELETON PACKAGE DISTURBED\n"
                                "INSTRUMENT and DISTURBED are instruments after an undisturbed and a disturbed update\n";
         return badUse;
     }
-    const QString instrument = arguments.at(2);
-    const Report undisturbed(instrument, arguments.at(3));
-    const FaultDraw draw(seed, undisturbed, QDir(instrument + UpdatePaths::packageDirectory));
+    const UnpackedPackage package(arguments.at(4));
+    const QString &skeleton = arguments.at(3);
+    const QString &target = arguments.at(5);
+    const Report undisturbed(arguments.at(2), skeleton, package);
+    const FaultDraw draw(seed, undisturbed, package.folder());
     if (action == QLatin1String("judge"))
-        return judge(draw, Report(arguments.at(4), arguments.at(3)));
-    writeFaults(draw, QDir(arguments.at(4)));
+        return judge(draw, Report(target, skeleton, package));
+    writeFaults(draw, QDir(target));
     return draw.faults().isEmpty() ? 1 : 0;
 }

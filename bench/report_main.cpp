@@ -65,9 +65,10 @@ int main(int argc, char **argv)
         return badUse;
     }
 
-    const Report update(paths.at(0), paths.at(1));
-    const PackageInspection inspection(paths.at(2));
-    const RehearsalReport report(QFileInfo(paths.at(2)).fileName(), update, inspection, parser.values(trialOption));
+    const UnpackedPackage package(paths.at(2));
+    const Report update(paths.at(0), paths.at(1), package);
+    const PackageInspection inspection(package);
+    const RehearsalReport report(package.archiveName(), update, inspection, parser.values(trialOption));
     QTextStream(stdout) << report.text();
     const QString reportFile = parser.value(reportOption);
     if (!reportFile.isEmpty() && !writeReport(report, paths.at(0), reportFile)) {

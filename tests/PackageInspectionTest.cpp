@@ -56,7 +56,7 @@ void PackageInspectionTest::acceptsWhatTheUpdaterDoes()
                             {"tables/a", "5"},
                             {"notes.txt", "6"},
                             {"p.hex", hexRecord(0, 0xFFEE, QByteArray(16, 1))}});
-    const PackageInspection inspection(archive);
+    const PackageInspection inspection((UnpackedPackage(archive)));
     QCOMPARE(textsOf(inspection.mistakes()), QStringList());
     QCOMPARE(textsOf(inspection.remarks()), QStringList());
 }
@@ -93,6 +93,10 @@ void PackageInspectionTest::findsMistakes_data()
                                        << "image path: the image takes the place of the tool that writes it";
     QTest::newRow("no interpreter") << "SCRIPT:/crlf.sh"
                                     << "script: /crlf.sh has CR LF line ends: its interpreter is not found";
+    QTest::newRow("unknown system type") << "SYSTEM: NAND\nKERNEL:/k"
+                                         << "system type: ' NAND' is neither NAND nor SDCARD, and the lines below "
+                                            "write nothing\n3 system type: of an unknown type nothing is written, and "
+                                            "counts as done";
     QTest::newRow("damaged HEX file") << "PIC1:/damaged.hex"
                                       << "damaged HEX file: /damaged.hex stops the PIC at its line 2: cut short, or a "
                                          "wrong checksum";
@@ -111,15 +115,15 @@ void PackageInspectionTest::findsMistakes()
          {"crlf.sh", "#!/bin/sh\r\n"},
          {"p.hex", hexRecord(0, 0, QByteArray(2, 1))},
          {"damaged.hex", hexRecord(0, 0, QByteArray(2, 1)) + hexRecord(0, 2, QByteArray(2, 1), "\n", 1)}});
-    const PackageInspection inspection(archive);
-    QCOMPARE(textsOf(inspection.mistakes()), QStringList("2 " + mistake));
+    const PackageInspection inspection((UnpackedPackage(archive)));
+    QCOMPARE(textsOf(inspection.mistakes()), ("2 " + mistake).split('\n'));
 }
 
 void PackageInspectionTest::namesWhatTheProgrammerPassesOver()
 {
     const Instrument instrument;
     instrument.makePackage(archive, "PIC1:/p.hex\n", {{"p.hex", hexFile()}});
-    const PackageInspection inspection(archive);
+    const PackageInspection inspection((UnpackedPackage(archive)));
     const QString name = "1 HEX range passed over: /p.hex: ";
     QCOMPARE(textsOf(inspection.remarks()), QStringList({name + "0x00fffe to 0x00ffff (2 bytes, program memory)",
                                                          name + "0x200000 to 0x200007 (8 bytes, user id)",
@@ -132,7 +136,7 @@ void PackageInspectionTest::namesPayloadThatNothingUses()
     const Instrument instrument;
     instrument.makePackage(archive, "KERNEL:/k\n",
                            {{"k", "1"}, {"old/k", "2"}, {"run.sh", script}, {"notes.txt", "3"}});
-    const PackageInspection inspection(archive);
+    const PackageInspection inspection((UnpackedPackage(archive)));
     QCOMPARE(textsOf(inspection.remarks()),
              QStringList({"1 no system type: no SYSTEM line above: the type is that of the update before",
                           "0 unused payload: no line and no script names /notes.txt",
@@ -144,13 +148,13 @@ void PackageInspectionTest::wantsAPackageThatTheUpdaterFinds()
 {
     const Instrument instrument;
     instrument.makePackage("/tmp/update_firmware 1.tar.bz2", "", {}, "firmware");
-    QCOMPARE(textsOf(PackageInspection("/tmp/update_firmware 1.tar.bz2").mistakes()),
+    QCOMPARE(textsOf(PackageInspection(UnpackedPackage("/tmp/update_firmware 1.tar.bz2")).mistakes()),
              QStringList({"0 archive name: the updater looks for *firmware_update*.tar.bz2, and passes over "
                           "update_firmware 1.tar.bz2",
                           "0 archive name: a blank in the name of the archive keeps it from being unpacked",
                           "0 no package folder: the archive holds no folder firmware_update"}));
     Instrument::write(archive, "no archive");
-    QCOMPARE(PackageInspection(archive).mistakes().first().kind, QString("archive"));
+    QCOMPARE(PackageInspection(UnpackedPackage(archive)).mistakes().first().kind, QString("archive"));
 }
 
 QTEST_GUILESS_MAIN(PackageInspectionTest)
