@@ -22,6 +22,8 @@ const char picWord[] = "PIC";
 const char nandType[] = "NAND";
 const char sdCardType[] = "SDCARD";
 const char unknownType[] = "?";
+const char scriptMagic[] = "#!";
+const char programMagic[] = "\177ELF";
 
 // The tool that writes the image waits under this name in the folder to which the image is copied.
 const char imageToolPath[] = "/ubiformat";
@@ -161,7 +163,8 @@ void PackageInspection::inspectCommand(const QString &keyword, const QString &ar
 void PackageInspection::inspectSystemType(const QString &keyword)
 {
     if (m_SystemType.isEmpty()) {
-        addRemark("no system type", QLatin1String("no SYSTEM line above: the type is that of the update before"));
+        addRemark("no system type",
+                  QLatin1String("no SYSTEM line above: the type is that of the update before, or NAND"));
         m_SystemType = QLatin1String(nandType);
     }
     const bool unknown = m_SystemType == QLatin1String(unknownType);
@@ -173,6 +176,7 @@ void PackageInspection::inspectSystemType(const QString &keyword)
         addMistake("system type", QLatin1String("an image is for NAND only"));
 }
 
+// True when the path is that of a file in the package.
 bool PackageInspection::inspectPath(const QString &keyword, const QString &path)
 {
     if (!path.startsWith(QLatin1Char('/'))) {
@@ -208,10 +212,9 @@ void PackageInspection::inspectScript(const QString &path)
     m_Scripts += text;
     if (!QFileInfo(fileName).isExecutable())
         addMistake("script", path + QLatin1String(" is not executable"));
-    if (text.startsWith("#!") && text.left(text.indexOf('\n')).endsWith('\r'))
+    if (text.startsWith(scriptMagic) && text.left(text.indexOf('\n')).endsWith('\r'))
         addMistake("script", path + QLatin1String(" has CR LF line ends: its interpreter is not found"));
-    else if (!text.startsWith("#!") && !text.startsWith("\x7F"
-                                                        "ELF"))
+    else if (!text.startsWith(scriptMagic) && !text.startsWith(programMagic))
         addMistake("script", path + QLatin1String(" does not begin with #!"));
 }
 

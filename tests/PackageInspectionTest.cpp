@@ -138,7 +138,7 @@ void PackageInspectionTest::namesPayloadThatNothingUses()
                            {{"k", "1"}, {"old/k", "2"}, {"run.sh", script}, {"notes.txt", "3"}});
     const PackageInspection inspection((UnpackedPackage(archive)));
     QCOMPARE(textsOf(inspection.remarks()),
-             QStringList({"1 no system type: no SYSTEM line above: the type is that of the update before",
+             QStringList({"1 no system type: no SYSTEM line above: the type is that of the update before, or NAND",
                           "0 unused payload: no line and no script names /notes.txt",
                           "0 unused payload: no line and no script names /old/k",
                           "0 unused payload: no line and no script names /run.sh"}));
