@@ -1,6 +1,5 @@
 #include "bench/BoardReport.h"
 
-#include <QMap>
 #include <QProcess>
 
 #include "bench/FileContent.h"
@@ -48,11 +47,11 @@ QByteArray hexContent(const QString &hexFile, int begin, int size, char fill)
 BoardReport::BoardReport(const QDir &boards, const QDir &package, const QStringList &commandLines)
     : m_Boards(boards), m_Package(package)
 {
-    QMap<int, QString> picPayloads;
-    QMap<QString, QString> esaPayloads;
-    for (const QString &line : commandLines) {
-        const QString keyword = line.section(QLatin1Char(':'), 0, 0);
-        const QString payload = line.section(QLatin1Char(':'), 1).mid(1);
+    QMap<int, Payload> picPayloads;
+    QMap<QString, Payload> esaPayloads;
+    for (int line = 0; line < commandLines.size(); ++line) {
+        const QString keyword = commandLines.at(line).section(QLatin1Char(':'), 0, 0);
+        const Payload payload = {commandLines.at(line).section(QLatin1Char(':'), 1).mid(1), line};
         if (keyword.contains(QLatin1String("PIC"))) {
             picPayloads[keyword.mid(3).toInt()] = payload;
             continue;
@@ -73,10 +72,10 @@ BoardReport::BoardReport(const QDir &boards, const QDir &package, const QStringL
     m_Good = m_Good && m_Violations.isEmpty();
 }
 
-void BoardReport::describePic(int number, const QString &payload)
+void BoardReport::describePic(int number, const Payload &payload)
 {
     const QByteArray program = contentOf(m_Boards.filePath(QString::fromLatin1("pic%1.program").arg(number)));
-    const QString hexFile = m_Package.filePath(payload);
+    const QString hexFile = m_Package.filePath(payload.path);
     const bool equal = !program.isEmpty() && program == hexContent(hexFile, 0, program.size(), erased) &&
                        isConfigurationOf(number, hexFile);
     add(QString::fromLatin1("PIC %1: program memory and configuration").arg(number), payload, equal);
@@ -98,16 +97,17 @@ bool BoardReport::isConfigurationOf(int number, const QString &hexFile) const
     return true;
 }
 
-void BoardReport::describeEsaMemory(const QString &memory, const QString &payload)
+void BoardReport::describeEsaMemory(const QString &memory, const Payload &payload)
 {
     const QByteArray received = contentOf(m_Boards.filePath(memory));
-    const QByteArray sent = contentOf(m_Package.filePath(payload));
+    const QByteArray sent = contentOf(m_Package.filePath(payload.path));
     const int blocks = (sent.size() + blockSize - 1) / blockSize;
     add(memory, payload, received == sent.leftJustified(blocks * blockSize, padding));
 }
 
-void BoardReport::add(const QString &what, const QString &payload, bool equal)
+void BoardReport::add(const QString &what, const Payload &payload, bool equal)
 {
-    m_Lines << QString::fromLatin1("%1: %2 %3").arg(what, QLatin1String(equal ? "equal to" : "DIFFERS FROM"), payload);
+    m_Lines[payload.line] =
+        QString::fromLatin1("%1: %2 %3").arg(what, QLatin1String(equal ? "equal to" : "DIFFERS FROM"), payload.path);
     m_Good = m_Good && equal;
 }

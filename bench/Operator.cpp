@@ -7,6 +7,7 @@
 #include <QImage>
 #include <QPainter>
 #include <QPushButton>
+#include <QSaveFile>
 #include <QScrollBar>
 #include <QStackedWidget>
 #include <QTextEdit>
@@ -14,6 +15,7 @@
 #include <QtDebug>
 #include <QtTest>
 
+#include "bench/BoardFaults.h"
 #include "bench/BoardRecord.h"
 #include "bench/PanelAccess.h"
 #include "bench/tools/InstrumentState.h"
@@ -52,6 +54,8 @@ Operator::Operator(QObject *parent) : QObject(parent), m_EsaBoards(nullptr)
 
 void Operator::begin()
 {
+    breakBoards(&m_EsaBoards);
+    m_Changes.begin();
     m_Screens = findScreens();
     m_MessageWindow = m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
     connect(m_MessageWindow, SIGNAL(textChanged()), this, SLOT(writeDownMessages()));
@@ -139,13 +143,16 @@ void Operator::copyToExportedStorage(const QString &package)
 
 void Operator::writeDownMessages()
 {
-    QFile file(stateFolder + QLatin1String("/messages"));
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+    const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
+    QSaveFile file(stateFolder + QLatin1String("/messages")); // somebody may follow it from outside
+    if (!file.open(QIODevice::WriteOnly))
         return;
     QTextStream stream(&file);
-    const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
     for (const PanelMessage &message : messages)
         stream << message.colour << '\t' << message.text << '\n';
+    stream.flush();
+    file.commit();
+    m_Changes.messagesShown(messages.size());
 
     const QString last = lastMessage();
     if (last.startsWith(QLatin1String("Update complete")) ||

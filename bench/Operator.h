@@ -5,6 +5,7 @@
 #include <QString>
 #include <QTimer>
 
+#include "bench/ChangeRecorder.h"
 #include "bench/esa/EsaBoards.h"
 
 class QStackedWidget;
@@ -12,8 +13,8 @@ class QTextEdit;
 
 /// The person in front of the virtual instrument: chooses the source, presses F1 until the update is over and the main
 /// screen is back, and ends the program then. Keys go through the window system like those of a keyboard. Takes a
-/// picture of the panel at each stage, and writes down what the message window says whenever that changes, and what the
-/// boards hold when an update is over.
+/// picture of the panel at each stage, and writes down what the message window says whenever that changes, what
+/// happened on the instrument since the message before, and what the boards hold when an update is over.
 ///
 /// Follows the plan in /run/instrument/operator (source and package, separated by a tab). Without a plan a person
 /// presses the keys, and the operator only writes down.
@@ -42,6 +43,7 @@ private:
     QTextEdit *m_MessageWindow = nullptr;
     QTimer m_RunCamera;
     EsaBoards m_EsaBoards;
+    ChangeRecorder m_Changes;
     int m_PictureCount = 0;
     bool m_HalfWay = false; ///< that picture is taken
 };

@@ -6,11 +6,11 @@
 #include <algorithm>
 
 #include "bench/FileContent.h"
-#include "update/UpdatePaths.h"
 
 namespace {
 
 const char successMessage[] = "green\tUpdate complete";
+const char failureColour[] = "red\t";
 const char hostPrefix[] = "/run/host/";
 const char erasedByte = '\xFF';
 
@@ -20,18 +20,6 @@ const char *const passingFolders[] = {"dev", "proc", "run", "tmp", "root", "mnt/
 QByteArray digest(const QByteArray &content)
 {
     return QCryptographicHash::hash(content, QCryptographicHash::Sha256);
-}
-
-QStringList readLines(const QString &fileName)
-{
-    QStringList lines = QString::fromLocal8Bit(contentOf(fileName)).split(QLatin1Char('\n'));
-    if (lines.last().isEmpty())
-        lines.removeLast();
-    for (QString &line : lines) {
-        if (line.endsWith(QLatin1Char('\r')))
-            line.chop(1);
-    }
-    return lines;
 }
 
 bool isInPassingFolder(const QString &path)
@@ -56,44 +44,36 @@ bool beginsLine(const QString &text, bool red)
            text.startsWith(QLatin1String("Unknown command"));
 }
 
-void printSection(QTextStream &out, const QString &title, const QStringList &lines)
-{
-    out << title << '\n';
-    for (const QString &line : lines)
-        out << "  " << line << '\n';
-    if (lines.isEmpty())
-        out << "  none\n";
-}
-
 } // namespace
 
-Report::Report(const QString &instrument, const QString &skeleton) : m_Instrument(instrument), m_Skeleton(skeleton)
+Report::Report(const QString &instrument, const QString &skeleton, const UnpackedPackage &package)
+    : m_Instrument(instrument), m_Skeleton(skeleton)
 {
-    readMessages();
-    digestPayload();
-    readCommandLines();
-    readBoards();
+    m_Messages = linesOf(pathOf(InstrumentState::directory / "messages"));
+    digestPayload(package.folder());
+    readCommandLines(package.commandLines());
+    readChanges();
+    readBoards(package);
 }
 
-void Report::print(QTextStream &out) const
+QList<Report::Section> Report::sections() const
 {
-    out << "Command lines\n";
-    for (const Line &line : m_Lines) {
-        out << (line.failed ? "  FAILED  " : "  ok      ") << line.command << '\n';
-        for (const QString &message : line.messages)
-            out << "          " << message << '\n';
-    }
-    printSection(out, QLatin1String("Tools that failed"), failedTools());
     QStringList flash;
     for (const char *name : {"mtd0", "mtd1", "mmcblk0"})
         flash << describeFlash(QLatin1String(name));
-    printSection(out, QLatin1String("Flash"), flash);
-    printSection(out, QLatin1String("Files of the root file system"), changedFiles() + removedFiles());
-    printSection(out, QLatin1String("Boards"), m_Boards->lines());
-    printSection(out, QLatin1String("What the boards would not accept"), m_Boards->violations());
-    printSection(out, QLatin1String("Left behind"), leftBehind());
-    out << "Last message\n  " << (m_Messages.isEmpty() ? QString() : m_Messages.last().section('\t', 1)) << '\n';
-    out << "Verdict: " << (isGood() ? "good" : "FAILED") << '\n';
+    return {
+        {QLatin1String("Tools that failed"), failedTools()},
+        {QLatin1String("Flash"), flash},
+        {QLatin1String("Files of the root file system"), changedFiles() + removedFiles()},
+        {QLatin1String("Boards"), m_Boards->lines().values()},
+        {QLatin1String("What the boards would not accept"), m_Boards->violations()},
+        {QLatin1String("Left behind"), leftBehind()},
+    };
+}
+
+QString Report::lastMessage() const
+{
+    return m_Messages.isEmpty() ? QString() : m_Messages.last().section(QLatin1Char('\t'), 1);
 }
 
 bool Report::isGood() const
@@ -102,14 +82,13 @@ bool Report::isGood() const
            leftBehind().isEmpty() && m_Boards->isGood();
 }
 
-void Report::readMessages()
+bool Report::isFailureTold() const
 {
-    m_Messages = readLines(pathOf(InstrumentState::directory / "messages"));
+    return !m_Messages.isEmpty() && m_Messages.last().startsWith(QLatin1String(failureColour));
 }
 
-void Report::digestPayload()
+void Report::digestPayload(const QDir &package)
 {
-    const QDir package(pathOf(UpdatePaths::packageDirectory.data()));
     QDirIterator files(package.path(), QDir::Files, QDirIterator::Subdirectories);
     while (files.hasNext()) {
         const QByteArray content = contentOf(files.next());
@@ -121,16 +100,17 @@ void Report::digestPayload()
 
 // A line is announced in plain text, or has a single red message of its own. The red messages behind an announcement
 // are the line's failures.
-void Report::readCommandLines()
+void Report::readCommandLines(const QStringList &commands)
 {
-    const QStringList commands = readLines(pathOf(UpdatePaths::commandFile.data()));
+    const int end = endOfLineMessages();
     int next = m_Messages.indexOf(QLatin1String("plain\tExtracting update")) + 1;
+    m_FirstLineMessage = next;
     for (const QString &command : commands) {
-        Line line{command, false, QStringList()};
+        Line line{command, false, QStringList(), QStringList(), QList<Call>()};
         bool begun = false;
-        for (; next > 0 && next < m_Messages.size(); ++next) {
+        for (; next < end; ++next) {
             const QString text = m_Messages.at(next).section(QLatin1Char('\t'), 1);
-            const bool red = m_Messages.at(next).startsWith(QLatin1String("red\t"));
+            const bool red = m_Messages.at(next).startsWith(QLatin1String(failureColour));
             if (begun && beginsLine(text, red))
                 break;
             begun = true;
@@ -144,16 +124,55 @@ void Report::readCommandLines()
             line.messages << QLatin1String("not carried out");
         }
         m_Lines << line;
+        m_LineEnds << next;
     }
 }
 
-void Report::readBoards()
+/// The index of the first message behind those of the lines; 0 when the update never came to its lines.
+int Report::endOfLineMessages() const
 {
-    QStringList commands;
-    for (const Line &line : m_Lines)
-        commands << line.command;
-    m_Boards = std::make_unique<BoardReport>(QDir(pathOf(InstrumentState::directory / "boards")),
-                                             QDir(pathOf(UpdatePaths::packageDirectory.data())), commands);
+    const int end = m_Messages.indexOf(QLatin1String("plain\tFinalising update, please wait"));
+    if (end >= 0)
+        return end;
+    return lastMessage().contains(QLatin1String("press F1 to return to the main screen")) ? 0 : m_Messages.size();
+}
+
+/// The index of the line that shows this message; -1 for none.
+int Report::lineAtMessage(int message) const
+{
+    if (message < m_FirstLineMessage)
+        return -1;
+    for (int line = 0; line < m_LineEnds.size(); ++line) {
+        if (message < m_LineEnds.at(line))
+            return line;
+    }
+    return -1;
+}
+
+void Report::readChanges()
+{
+    for (const QString &record : linesOf(pathOf(InstrumentState::directory / "changes"))) {
+        const QStringList fields = record.split(QLatin1Char('\t'));
+        const int message = fields.at(0).toInt();
+        const int line = lineAtMessage(message);
+        if (fields.at(1) == QLatin1String("called")) {
+            const Call call = {fields.at(3), fields.at(2).toInt()};
+            if (line >= 0)
+                m_Lines[line].calls << call;
+            else if (message < m_FirstLineMessage)
+                m_CallsBeforeLines << call;
+        } else if (line >= 0) {
+            m_Lines[line].changes << fields.at(2);
+        }
+    }
+}
+
+void Report::readBoards(const UnpackedPackage &package)
+{
+    m_Boards = std::make_unique<BoardReport>(QDir(pathOf(InstrumentState::directory / "boards")), package.folder(),
+                                             package.commandLines());
+    for (auto board = m_Boards->lines().cbegin(); board != m_Boards->lines().cend(); ++board)
+        m_Lines[board.key()].changes << board.value();
 }
 
 QString Report::pathOf(const InstrumentState::Path &path) const
@@ -222,12 +241,12 @@ QStringList Report::removedFiles() const
 QStringList Report::leftBehind() const
 {
     QStringList leftovers;
-    const QStringList mounts = readLines(pathOf(InstrumentState::mounts));
+    const QStringList mounts = linesOf(pathOf(InstrumentState::mounts));
     for (const QString &mount : mounts.mid(1))
         leftovers << QLatin1String("mounted: ") + mount.section(QLatin1Char('\t'), 0, 1);
-    for (const QString &module : readLines(pathOf(InstrumentState::modules)))
+    for (const QString &module : linesOf(pathOf(InstrumentState::modules)))
         leftovers << QLatin1String("module loaded: ") + module;
-    for (const QString &loop : readLines(pathOf(InstrumentState::loops)))
+    for (const QString &loop : linesOf(pathOf(InstrumentState::loops)))
         leftovers << QLatin1String("loop device attached: ") + loop;
     return leftovers;
 }
@@ -236,7 +255,7 @@ QStringList Report::leftBehind() const
 QStringList Report::failedTools() const
 {
     QStringList failures;
-    for (const QString &call : readLines(pathOf(InstrumentState::calls))) {
+    for (const QString &call : linesOf(pathOf(InstrumentState::calls))) {
         const QString commandLine = call.section(QLatin1Char('\t'), 1);
         const bool release =
             commandLine.startsWith(QLatin1String("umount ")) || commandLine.startsWith(QLatin1String("losetup -d "));

@@ -44,6 +44,8 @@ public:
     /// Writes the current record to where its address belongs and verifies it if that is program memory. 0, or 1 when
     /// the verify fails.
     unsigned char u8PicWriteRecord();
+    /// How many bytes of a record, from its first on, go into the target; the others are passed over.
+    static unsigned int u32BytesWritten(unsigned int address, unsigned int length);
 
     // PicProgrammer.cpp: the run
 

@@ -206,13 +206,21 @@ bool PicProgrammer::bProgramRecord(const QByteArray &line, int lineNumber)
 
 unsigned char PicProgrammer::u8PicWriteRecord()
 {
-    if (quint64(u32RecordAddress) + u8RecordLength <= programMemoryEnd)
+    const unsigned int count = u32BytesWritten(u32RecordAddress, u8RecordLength);
+    if (count > 0 && u32RecordAddress < configurationBegin)
         return u8WriteToFlash();
-    if (u32RecordAddress < configurationBegin || u32RecordAddress > lastConfigurationRecord)
-        return 0;
-    for (unsigned int i = 0; i < u8RecordLength && u32RecordAddress + i <= lastConfigurationByte; ++i)
+    for (unsigned int i = 0; i < count; ++i)
         vProgramPicConfig(u32RecordAddress + i, au8RecordData[i]);
     return 0;
+}
+
+unsigned int PicProgrammer::u32BytesWritten(unsigned int address, unsigned int length)
+{
+    if (quint64(address) + length <= programMemoryEnd)
+        return length;
+    if (address < configurationBegin || address > lastConfigurationRecord)
+        return 0;
+    return qMin(length, lastConfigurationByte + 1 - address);
 }
 
 // The target takes pairs of bytes at even addresses, at most a row at a time. A record's odd start or end is filled up

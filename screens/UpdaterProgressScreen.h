@@ -34,6 +34,11 @@ class UpdaterProgressScreen : public QWidget
 public:
     UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags);
 
+    /// The keywords of update_config that count only as a whole.
+    static QStringList commandKeywords();
+    /// The words that make a board command of every keyword that holds one of them.
+    static QStringList boardCommandWords();
+
 signals:
     /// Asks for the screen at `newIndex` (ScreenIndex) to be shown.
     void requestChangeScreen(int newIndex);

@@ -23,11 +23,25 @@ const UpdaterProgressScreen::EsaCommand UpdaterProgressScreen::esaCommands[] = {
      QT_TR_NOOP("Failed - Updating ESA Measurement Board EEPROM with file: %1")},
 };
 
+namespace {
+
+const QLatin1String picWord("PIC");
+
+} // namespace
+
+QStringList UpdaterProgressScreen::boardCommandWords()
+{
+    QStringList words(picWord);
+    for (const EsaCommand &command : esaCommands)
+        words << QLatin1String(command.word);
+    return words;
+}
+
 /// Carries out the line if its keyword contains the word of a board command anywhere; `*known` says whether it does.
 bool UpdaterProgressScreen::processBoardCommand(const QString &keyword, const QString &argument, bool *known)
 {
     *known = true;
-    if (keyword.contains(QLatin1String("PIC")))
+    if (keyword.contains(picWord))
         return processPic(keyword, argument);
     for (const EsaCommand &command : esaCommands) {
         if (keyword.contains(QLatin1String(command.word)))
@@ -43,7 +57,7 @@ bool UpdaterProgressScreen::processPic(const QString &keyword, const QString &ar
         appendFailure(tr("Failed - PIC updates not enabled"));
         return false;
     }
-    const QString numberText = keyword.mid(static_cast<int>(qstrlen("PIC")));
+    const QString numberText = keyword.mid(QString(picWord).size());
     const int picNumber = numberText.toInt();
     appendLine(tr("Updating PIC %1 with file: %2").arg(numberText, argument));
     return succeeded(updatePic(picNumber, argument),

@@ -31,6 +31,14 @@ const QLatin1String mainApplication("/usr/local/Trolltech/Qt-Target-version-opti
 
 } // namespace
 
+QStringList UpdaterProgressScreen::commandKeywords()
+{
+    QStringList keywords;
+    for (const Command &command : commands)
+        keywords << QLatin1String(command.keyword);
+    return keywords;
+}
+
 bool UpdaterProgressScreen::processCommandList(QStringList commandLines)
 {
     bool allSucceeded = true;

@@ -1,5 +1,7 @@
 #include "bench/esa/EsaBoards.h"
 
+#include <QScopedValueRollback>
+
 #include "bench/pic/VirtualBoards.h"
 
 namespace {
@@ -70,8 +72,7 @@ void EsaBoards::send(const QByteArray &bytes)
 {
     if (!m_SplitReplies)
         return m_Line.write(bytes);
-    m_Sending = true;
+    const QScopedValueRollback<bool> sending(m_Sending, true);
     for (const char byte : bytes)
         m_Line.deliver(QByteArray(1, byte));
-    m_Sending = false;
 }
