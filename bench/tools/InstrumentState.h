@@ -6,7 +6,7 @@
 #include <vector>
 
 /// Where the virtual instrument keeps what is not a file of its own root file system. Below `power` is what a power
-/// cycle clears. bench/README says what each file holds.
+/// cycle clears. docs/bench.md says what each file holds.
 namespace InstrumentState {
 
 using Path = std::filesystem::path;
