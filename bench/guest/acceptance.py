@@ -46,8 +46,10 @@ class Checks:
     def that(self, what, holds, otherwise=""):
         self.rows.append((what, bool(holds), "" if holds else otherwise))
 
-    def hold(self):
-        return all(holds for _, holds, _ in self.rows)
+    def table(self):
+        rows = [f"  {'pass' if holds else 'FAIL'}  {what}{otherwise and ': '}{otherwise}\n"
+                for what, holds, otherwise in self.rows]
+        return f"{self.scenario}\n" + "".join(rows)
 
 
 class Unit:
@@ -124,9 +126,8 @@ class Unit:
                   " && umount /mnt/pc")
 
     def copy_as_the_pc(self, package):
-        partition = "/dev/sda1" if self.succeeds("test -e /mnt/ubiData/backfile") else "/dev/sda"
-        wait_until(lambda: self.succeeds(f"test -b {partition}"), 30, "the USB drive at the PC")
-        self.put_package(partition, package)
+        wait_until(lambda: self.succeeds("test -b /dev/sda1"), 30, "the USB drive at the PC")
+        self.put_package("/dev/sda1", package)
         self.take_picture("copy-prompt")
 
     def make_card(self):
@@ -253,15 +254,18 @@ def update_from_pc(unit, package, checks):
     check_same_as_bench(unit, checks, "pc", package)
 
 
-def update_from_pc_without_backing_file(unit, checks):
+def pc_without_backing_file(unit, checks):
+    """This kernel loads the gadget all the same, with no drive; the SD card's partition is never tried."""
     unit.deliver()
-    unit.make_card()
     unit.must("rm /mnt/ubiData/backfile")
     unit.start_updater()
     unit.choose("pc")
-    unit.update("pc", "nand")
-    check_update(unit, checks, "nand")
-    checks.that("the package is deleted from the SD card", unit.packages_on("/dev/mmcblk0p4") == [])
+    unit.guest.press("f1")
+    unit.wait_for_calls("modprobe g_mass_storage")
+    unit.guest.press("f1")
+    unit.wait_for_calls("losetup -o 4096", failed=True)
+    check_failed_early(unit, checks)
+    checks.that("loop device and modules released", unit.released())
 
 
 def boards(unit, checks):
@@ -278,6 +282,28 @@ def boards(unit, checks):
     bench = f"{SHARE}/acceptance/bench/sd-boards/instrument/run/instrument/boards"
     checks.that("every memory is what it is on the bench", unit.succeeds(f"diff -r {bench} /run/instrument/boards"))
     checks.that("kernel read back from mtd0", unit.kernel_in_nand())
+
+
+def tools(unit, checks):
+    """The same calls of the system tools, good and bad ones, here and on the bench."""
+    unit.deliver()
+    unit.make_card()
+    unit.make_backing_file()
+    unit.must(f"mkdir -p /run/instrument && cp {PAYLOAD}/rootfs.ubi /run/instrument")
+    real = unit.must(f"{SHARE}/acceptance/packages/tool-calls").splitlines()
+    bench = tool_calls_on_the_bench()
+    checks.that("as many calls here as on the bench", len(real) == len(bench))
+    for here, there in zip(real, bench):
+        checks.that(there.split(" ", 1)[1], here == there, f"exit status {here.split()[0]}, on the bench {there.split()[0]}")
+
+
+def tool_calls_on_the_bench():
+    instrument = OUTPUT / "bench" / "tools"
+    bench = PROJECT / "bench"
+    subprocess.run([bench / "new-instrument", "--tools", BUILD / "release/bench", "--system", "sdcard", instrument], check=True)
+    shutil.copy(PACKAGES / "files/rootfs.ubi", instrument / "run/instrument")
+    return subprocess.run([bench / "sandbox", instrument, f"/run/host{bench}/guest/tool-calls"],
+                          check=True, capture_output=True, text=True).stdout.splitlines()
 
 
 def check_failed_early(unit, checks):
@@ -451,10 +477,11 @@ UNITS = [
     ("stick", {}, with_each_package("stick without partition table", update_from_stick, False)
      | with_each_package("stick with partition table", update_from_stick, True)),
     ("pc", {}, with_each_package("PC", update_from_pc)
-     | {"PC, no backing file": update_from_pc_without_backing_file, "PC, read-only storage": read_only_pc_storage}),
+     | {"PC, no backing file": pc_without_backing_file, "PC, read-only storage": read_only_pc_storage}),
     ("faults", {}, {"stick pulled during unpacking": stick_pulled, "no room to unpack in /tmp": no_room_to_unpack,
                     "no room for the image in /tmp": no_room_for_the_image, "read-only stick": read_only_stick,
                     "bad blocks": bad_blocks}),
+    ("tools", {}, {"the system tools": tools}),
     ("boards", {}, {"PIC and ESA lines": boards}),
     ("power", {}, {"power cut between erase and write": power_cut}),
     ("nand", {"root_in_nand": True}, {"root in NAND": root_in_nand,
@@ -464,10 +491,11 @@ UNITS = [
 
 def make_packages():
     """One package for each list of command lines, all with the files of the bench's sample package."""
-    subprocess.run([PROJECT / "bench" / "sample-package", PACKAGES / "sample.tar.bz2"], check=True)
+    subprocess.run([PROJECT / "bench" / "sample-package", "--sub-page", "512", PACKAGES / "sample.tar.bz2"], check=True)
     subprocess.run(["tar", "xjf", "sample.tar.bz2"], cwd=PACKAGES, check=True)
     folder = PACKAGES / "firmware_update"
     shutil.copytree(folder, PACKAGES / "files")
+    shutil.copy(PROJECT / "bench/guest/tool-calls", PACKAGES)
     for package, lines in COMMANDS.items():
         (folder / "update_config").write_text("".join(f"{line}\n" for line in lines))
         if package == "large":  # cannot be compressed, so that unpacking takes its time
@@ -486,7 +514,7 @@ def run_unit(name, options, scenarios):
                 scenario(unit, checks)
             except Exception as error:  # the others are carried out all the same
                 checks.that("comes to its end", False, repr(error))
-            print(f"{title}: {'passed' if checks.hold() else 'FAILED'}", flush=True)
+            print(checks.table(), flush=True)
     return table
 
 
@@ -496,15 +524,12 @@ def main():
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir()
     make_packages()
+    units = [unit for unit in UNITS if len(sys.argv) == 1 or unit[0] in sys.argv]
     with concurrent.futures.ThreadPoolExecutor(2) as pool:
-        tables = [table for part in pool.map(lambda unit: run_unit(*unit), UNITS) for table in part]
-    for checks in tables:
-        print(f"\n{checks.scenario}")
-        for what, holds, otherwise in checks.rows:
-            print(f"  {'pass' if holds else 'FAIL'}  {what}{otherwise and ': '}{otherwise}")
+        tables = [table for part in pool.map(lambda unit: run_unit(*unit), units) for table in part]
     count = sum(len(checks.rows) for checks in tables)
     failures = sum(not holds for checks in tables for _, holds, _ in checks.rows)
-    print(f"\n{count} checks, {failures} failed, {time.monotonic() - start:.0f} s; pictures: {PICTURES}")
+    print(f"{count} checks, {failures} failed, {time.monotonic() - start:.0f} s; pictures: {PICTURES}")
     return 1 if failures else 0
 
 
