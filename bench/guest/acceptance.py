@@ -506,16 +506,25 @@ def make_packages():
 def run_unit(name, options, scenarios):
     """Every scenario on one unit; its table."""
     table = []
-    with Unit(name, **options) as unit:
-        for title, scenario in scenarios.items():
-            checks = Checks(title)
-            table.append(checks)
-            try:
-                scenario(unit, checks)
-            except Exception as error:  # the others are carried out all the same
-                checks.that("comes to its end", False, repr(error))
-            print(checks.table(), flush=True)
+    try:
+        with Unit(name, **options) as unit:
+            for title, scenario in scenarios.items():
+                table.append(run_scenario(unit, title, scenario))
+    except RuntimeError as error:
+        table.append(Checks(f"unit {name}"))
+        table[-1].that("can be switched on", False, str(error))
+        print(table[-1].table(), flush=True)
     return table
+
+
+def run_scenario(unit, title, scenario):
+    checks = Checks(title)
+    try:
+        scenario(unit, checks)
+    except (RuntimeError, TimeoutError, OSError, subprocess.CalledProcessError) as error:  # the others are carried out all the same
+        checks.that("comes to its end", False, repr(error))
+    print(checks.table(), flush=True)
+    return checks
 
 
 def main():

@@ -36,12 +36,16 @@ class Guest:
              "-device", "sd-card,drive=card", "-device", "qemu-xhci,id=usb",
              "-virtfs", f"local,path={build},mount_tag=host,security_model=none,readonly=on"],
             stdin=subprocess.DEVNULL)
-        self.shell, self.qmp = [self._connect(path) for path in sockets]
-        self.qmp.readline()
-        self.monitor("qmp_capabilities")
+        try:
+            self.shell, self.qmp = [self._connect(path) for path in sockets]
+            self.qmp.readline()
+            self.monitor("qmp_capabilities")
+            while self._shell_line() != "ready\n":
+                pass
+        except BaseException:
+            self.cut_power()
+            raise
         self.sticks = 0
-        while self._shell_line() != "ready\n":
-            pass
 
     def _connect(self, path):
         connection = socket.socket(socket.AF_UNIX)
