@@ -138,15 +138,15 @@ class Guest:
 
     def calls(self):
         """The system tools that ran since the updater was started: (command line, exit status)."""
-        # By the shell alone: a unit that has erased its own root file system starts no program any more.
-        return parse_trace(self.run("while read -r line; do echo \"$line\"; done </run/trace")[1])
+        # A unit that has erased its own root file system starts no program any more: then by the shell alone.
+        return parse_trace(self.run("cat /run/trace || while read -r line; do echo \"$line\"; done </run/trace")[1])
 
 
 def parse_trace(trace):
     running, calls = {}, []
     for line in trace.splitlines():
         started = re.match(r'(\d+) +execve\("[^"]*", \[(.*)\], .*= 0$', line)
-        ended = re.match(r"(\d+) +(?:exit_group\((\d+)\)|\+\+\+ killed by (\w+))", line)
+        ended = re.match(r"(\d+) +(?:exit_group\((-?\d+)\)|\+\+\+ killed by (\w+))", line)
         if started:
             words = re.findall(r'"([^"]*)"', started.group(2))
             words[0] = re.sub(r"^(/usr)?(/local)?/s?bin/", "", words[0])
@@ -154,7 +154,7 @@ def parse_trace(trace):
         elif ended and ended.group(1) in running:
             command = running.pop(ended.group(1))
             if command.split()[0].split("/")[-1] in TOOLS:
-                calls.append((command, int(ended.group(2) or -1)))
+                calls.append((command, int(ended.group(2)) & 0xFF if ended.group(2) else -1))
     return calls
 
 
