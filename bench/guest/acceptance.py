@@ -75,7 +75,7 @@ class Unit:
         self.guest.cut_power()
 
     def deliver(self):
-        """The state in which a unit leaves the factory: erased NAND, old files, root file system not writable, a card."""
+        """A unit as it leaves the factory: erased NAND, old files, root file system not writable, an empty card."""
         self.run("killall updater; umount /mnt/update; rmmod nandsim")
         self.must("mount -o remount,rw /")
         for file in MAIN_APP, "/etc/instrument.conf":
@@ -132,7 +132,8 @@ class Unit:
         self.take_picture("copy-prompt")
 
     def make_card(self):
-        self.must("printf '4M,4M,53\\n8M,8M\\n16M,8M\\n24M,,c\\n' | sfdisk -q -w always /dev/mmcblk0 && mkfs.vfat /dev/mmcblk0p4")
+        self.must("printf '4M,4M,53\\n8M,8M\\n16M,8M\\n24M,,c\\n' | sfdisk -q -w always /dev/mmcblk0"
+                  " && mkfs.vfat /dev/mmcblk0p4")
 
     def make_stick(self, partitioned):
         self.guest.plug(self.folder / "stick")
@@ -292,13 +293,14 @@ def tools(unit, checks):
     bench = tool_calls_on_the_bench()
     checks.that("as many calls here as on the bench", len(real) == len(bench))
     for here, there in zip(real, bench):
-        checks.that(there.split(" ", 1)[1], here == there, f"exit status {here.split()[0]}, on the bench {there.split()[0]}")
+        checks.that(there.split(" ", 1)[1], here == there, f"{here.split()[0]} here, {there.split()[0]} on the bench")
 
 
 def tool_calls_on_the_bench():
     instrument = OUTPUT / "bench" / "tools"
     bench = PROJECT / "bench"
-    subprocess.run([bench / "new-instrument", "--tools", BUILD / "release/bench", "--system", "sdcard", instrument], check=True)
+    subprocess.run([bench / "new-instrument", "--tools", BUILD / "release/bench", "--system", "sdcard", instrument],
+                   check=True)
     shutil.copy(PACKAGES / "files/rootfs.ubi", instrument / "run/instrument")
     return subprocess.run([bench / "sandbox", instrument, f"/run/host{bench}/guest/tool-calls"],
                           check=True, capture_output=True, text=True).stdout.splitlines()
@@ -380,7 +382,7 @@ def read_only_stick(unit, checks):
 
 
 def read_only_pc_storage(unit, checks):
-    """The package is already there, and can be neither added to nor deleted."""
+    """The package is already there, and cannot be deleted."""
     unit.deliver()
     unit.make_backing_file()
     unit.must("losetup -o 4096 /dev/loop1 /mnt/ubiData/backfile")
@@ -393,7 +395,9 @@ def read_only_pc_storage(unit, checks):
     unit.guest.press("f1")
     unit.wait_for_calls("umount /mnt/update", "losetup -d /dev/loop0")
     check_update(unit, checks, "nand")
-    unit.must("mount -o remount,rw /mnt/ubiData")
+    unit.must("losetup -r -o 4096 /dev/loop1 /mnt/ubiData/backfile")
+    checks.that("the package is still on the PC's storage", len(unit.packages_on("/dev/loop1")) == 1)
+    unit.must("losetup -d /dev/loop1 && mount -o remount,rw /mnt/ubiData")
 
 
 def bad_blocks(unit, checks):
@@ -413,8 +417,8 @@ def power_cut(unit, checks):
     unit.deliver()
     unit.must(f"nandwrite -q -p /dev/mtd0 {PAYLOAD}/mainApp")
     unit.put_package("/dev/mmcblk0p4", "nand")
-    unit.must("mkdir /run/hold && printf '#!/bin/sh\\n/usr/sbin/flash_eraseall \"$@\"\\ntouch /run/erased\\nsleep 1000\\n'"
-              " >/run/hold/flash_eraseall && chmod +x /run/hold/flash_eraseall")
+    hold = '#!/bin/sh\\n/usr/sbin/flash_eraseall "$@"\\ntouch /run/erased\\nsleep 1000\\n'
+    unit.must(f"mkdir /run/hold && printf '{hold}' >/run/hold/flash_eraseall && chmod +x /run/hold/flash_eraseall")
     unit.start_updater(setup="PATH=/run/hold:$PATH")
     unit.choose("sd")
     unit.guest.press("f1")
@@ -440,7 +444,8 @@ def root_in_nand(unit, checks):
     unit.choose("sd")
     unit.update("sd", "nand-root")
     unit.take_picture("end")
-    checks.that("the panel ends in green, without red", GREEN in unit.guest.colours() and RED not in unit.guest.colours())
+    colours = unit.guest.colours()
+    checks.that("the panel ends in green, without red", GREEN in colours and RED not in colours)
     checks.that("kernel read back from mtd0", unit.kernel_in_nand())
     checks.that("files copied, script run", unit.files_copied())
 
@@ -496,7 +501,8 @@ def make_packages():
         (folder / "update_config").write_text("".join(f"{line}\n" for line in lines))
         if package == "large":  # cannot be compressed, so that unpacking takes its time
             (folder / "ballast").write_bytes(random.Random(1).randbytes(4 << 20))
-        subprocess.run(["tar", "cjf", f"{package}_firmware_update.tar.bz2", "firmware_update"], cwd=PACKAGES, check=True)
+        subprocess.run(["tar", "cjf", f"{package}_firmware_update.tar.bz2", "firmware_update"], cwd=PACKAGES,
+                       check=True)
 
 
 def run_unit(name, options, scenarios):
@@ -517,7 +523,7 @@ def run_scenario(unit, title, scenario):
     checks = Checks(title)
     try:
         scenario(unit, checks)
-    except (RuntimeError, OSError, subprocess.CalledProcessError) as error:  # the others are carried out all the same
+    except (RuntimeError, OSError, subprocess.CalledProcessError) as error:  # the others are carried out
         checks.that("comes to its end", False, repr(error))
     print(checks.table(), flush=True)
     return checks
@@ -530,7 +536,7 @@ def main():
         folder.mkdir()
     make_packages()
     units = [unit for unit in UNITS if len(sys.argv) == 1 or unit[0] in sys.argv[1:]]
-    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+    with concurrent.futures.ThreadPoolExecutor(3) as pool:
         tables = [table for part in pool.map(lambda unit: run_unit(*unit), units) for table in part]
     count = sum(len(checks.rows) for checks in tables)
     failures = sum(not holds for checks in tables for _, holds, _ in checks.rows)
