@@ -14,7 +14,7 @@ private slots:
     void remountNeedsTheMountedRoot();
     void loopDeviceIsBusyUntilItIsDetached();
     void gadgetNeedsItsControllerAndItsStorage();
-    void flashTakesAPageOnlyOnceAfterAnErase();
+    void flashThatIsNotErasedIsSpoiledWithoutAWord();
     void kernelThatIsTooLargeIsRefused();
     void ubiformatWantsAUbiImage();
 };
@@ -39,6 +39,7 @@ void StandInToolsTest::remountNeedsTheMountedRoot()
     QCOMPARE(runSystemCommand("mount / -o remount,rw"), 0);
     QCOMPARE(runSystemCommand("mount ubi0:rootfs -o remount,rw"), 0);
     QCOMPARE(runSystemCommand("mount /dev/mmcblk0p2 -o remount,rw"), 32);
+    QCOMPARE(runSystemCommand("umount /"), 0); // makes it read-only
 }
 
 void StandInToolsTest::loopDeviceIsBusyUntilItIsDetached()
@@ -69,22 +70,24 @@ void StandInToolsTest::gadgetNeedsItsControllerAndItsStorage()
     QCOMPARE(runSystemCommand("modprobe fsl_usb2_udc"), 0);
     QCOMPARE(runSystemCommand("modprobe g_mass_storage file=/dev/mmcblk0p4"), 1);
     QCOMPARE(runSystemCommand(exportFile), 0);
+    QCOMPARE(runSystemCommand("rmmod fsl_usb2_udc"), 0); // the gadget does not hold it
     QCOMPARE(runSystemCommand("rmmod fsl_usb2_udc"), 1);
     QCOMPARE(runSystemCommand("rmmod g_mass_storage"), 0);
     QCOMPARE(runSystemCommand("rmmod g_mass_storage"), 1);
-    QCOMPARE(runSystemCommand("rmmod fsl_usb2_udc"), 0);
     QCOMPARE(runSystemCommand("modprobe other"), 1);
 }
 
-void StandInToolsTest::flashTakesAPageOnlyOnceAfterAnErase()
+void StandInToolsTest::flashThatIsNotErasedIsSpoiledWithoutAWord()
 {
     const Instrument instrument;
-    instrument.write("/tmp/kernel", QByteArray(3000, 'k'));
+    instrument.write("/tmp/kernel", QByteArray(3000, '\x55'));
+    instrument.write("/tmp/other", QByteArray(3000, '\x66'));
     QCOMPARE(runSystemCommand("flash_eraseall /dev/mtd0"), 0);
     QCOMPARE(runSystemCommand("nandwrite /dev/mtd0 /tmp/kernel"), 255); // no whole pages, no padding asked for
     QCOMPARE(runSystemCommand("nandwrite /dev/mtd0 /tmp/kernel -p"), 0);
-    QCOMPARE(runSystemCommand("nandwrite /dev/mtd0 /tmp/kernel -p"), 255);
-    QVERIFY(instrument.contentOf("/dev/mtd0").startsWith(QByteArray(3000, 'k') + QByteArray(1096, '\xFF')));
+    QVERIFY(instrument.contentOf("/dev/mtd0").startsWith(QByteArray(3000, '\x55') + QByteArray(1096, '\xFF')));
+    QCOMPARE(runSystemCommand("nandwrite /dev/mtd0 /tmp/other -p"), 0);
+    QVERIFY(instrument.contentOf("/dev/mtd0").startsWith(QByteArray(3000, '\x44') + QByteArray(1096, '\xFF')));
     QCOMPARE(runSystemCommand("flash_eraseall /dev/mtd0"), 0);
     QVERIFY(instrument.contentOf("/dev/mtd0").startsWith(QByteArray(4096, '\xFF')));
     QCOMPARE(runSystemCommand("flash_eraseall /dev/mtd7"), 255);
@@ -108,6 +111,7 @@ void StandInToolsTest::ubiformatWantsAUbiImage()
     instrument.write("/tmp/good", block + block);
     QCOMPARE(runSystemCommand("ubiformat /dev/mtd1 -f /tmp/short"), 255);
     QCOMPARE(runSystemCommand("ubiformat /dev/mtd1 -f /tmp/half"), 255);
+    QVERIFY(instrument.contentOf("/dev/mtd1").startsWith(block + '\xFF')); // finds out when it comes to the block
     QCOMPARE(runSystemCommand("ubiformat /dev/mtd1 -f /tmp/good"), 0);
     QVERIFY(instrument.contentOf("/dev/mtd1").startsWith(block + block));
 }

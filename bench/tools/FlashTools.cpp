@@ -1,5 +1,5 @@
 // flash_eraseall, nandwrite, ubiformat and sdimage. An MTD partition is a file of its size; an erased byte is 0xFF, and
-// a page can be written only once after it was erased.
+// writing only clears bits: what is written over something else is neither, and the tool does not notice.
 
 #include <algorithm>
 #include <cstdio>
@@ -41,34 +41,25 @@ void erase(const std::filesystem::path &partition)
     writeAt(partition, 0, blank.data(), blank.size());
 }
 
-bool isErased(const char *bytes, size_t length)
+void program(const std::filesystem::path &partition, const Bytes &data)
 {
-    return std::all_of(bytes, bytes + length, [](char byte) { return byte == erased; });
+    Bytes cells;
+    if (!readFile(partition, &cells))
+        return;
+    std::transform(data.begin(), data.end(), cells.begin(), cells.begin(), [](char written, char present) {
+        return static_cast<char>(static_cast<unsigned char>(written) & static_cast<unsigned char>(present));
+    });
+    writeAt(partition, 0, cells.data(), data.size());
 }
 
-// Returns false at the first page that was not erased; the pages before it are written.
-bool programPages(const std::filesystem::path &partition, const Bytes &data)
+// The blocks of the image up to the first that is no UBI block.
+Bytes ubiBlocks(const Bytes &image)
 {
-    Bytes current;
-    if (!readFile(partition, &current))
-        return false;
-    for (size_t offset = 0; offset < data.size(); offset += pageSize) {
-        if (!isErased(current.data() + offset, pageSize))
-            return false;
-        writeAt(partition, offset, data.data() + offset, pageSize);
-    }
-    return true;
-}
-
-bool isUbiImage(const Bytes &image)
-{
-    if (image.empty() || image.size() % blockSize != 0)
-        return false;
-    for (size_t offset = 0; offset < image.size(); offset += blockSize) {
-        if (!std::equal(ubiMagic.begin(), ubiMagic.end(), image.begin() + static_cast<std::ptrdiff_t>(offset)))
-            return false;
-    }
-    return true;
+    size_t end = 0;
+    while (end < image.size() &&
+           std::equal(ubiMagic.begin(), ubiMagic.end(), image.begin() + static_cast<std::ptrdiff_t>(end)))
+        end += blockSize;
+    return {image.begin(), image.begin() + static_cast<std::ptrdiff_t>(end)};
 }
 
 } // namespace
@@ -105,8 +96,7 @@ int runNandwrite(const Arguments &arguments)
     image.resize((image.size() + pageSize - 1) / pageSize * pageSize, erased);
     if (image.size() > std::filesystem::file_size(partition))
         return refuse("nandwrite", "error!: Input file does not fit into device", mtdFailure);
-    if (!programPages(partition, image))
-        return refuse("nandwrite", "error!: write failure: page is not erased", mtdFailure);
+    program(partition, image);
     std::printf("Wrote %zu pages to %s\n", image.size() / pageSize, operands[0].c_str());
     return 0;
 }
@@ -120,12 +110,16 @@ int runUbiformat(const Arguments &arguments)
     if (partition.empty() || !readFile(arguments[2], &image))
         return refuse("ubiformat", "error!: cannot open " + (partition.empty() ? arguments[0] : arguments[2]),
                       mtdFailure);
-    if (!isUbiImage(image))
-        return refuse("ubiformat", "error!: " + arguments[2] + " is no UBI image of this flash", mtdFailure);
+    if (image.empty() || image.size() % blockSize != 0)
+        return refuse("ubiformat", "error!: file \"" + arguments[2] + "\" is not multiple of eraseblock size",
+                      mtdFailure);
     if (image.size() > std::filesystem::file_size(partition))
-        return refuse("ubiformat", "error!: file is too large for the device", mtdFailure);
+        return refuse("ubiformat", "error!: file \"" + arguments[2] + "\" is too large", mtdFailure);
+    const Bytes blocks = ubiBlocks(image);
     erase(partition);
-    programPages(partition, image);
+    program(partition, blocks);
+    if (blocks.size() != image.size())
+        return refuse("ubiformat", "error!: bad EC header in \"" + arguments[2] + "\"", mtdFailure);
     std::printf("ubiformat: flashed %zu eraseblocks of %s\n", image.size() / blockSize, arguments[0].c_str());
     return 0;
 }

@@ -59,8 +59,6 @@ int runRmmod(const Arguments &arguments)
     const auto module = findModule(modules, name);
     if (module == modules.end())
         return refuse("rmmod", "ERROR: Module " + name + " is not currently loaded", 1);
-    if (name == deviceController && isLoaded(massStorage))
-        return refuse("rmmod", "ERROR: Module " + name + " is in use by: " + massStorage, 1);
     modules.erase(module);
     InstrumentState::write(InstrumentState::modules, modules);
     return 0;

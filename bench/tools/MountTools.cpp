@@ -35,13 +35,15 @@ MountRequest parse(const Arguments &arguments)
 
 int remount(const MountRequest &request)
 {
+    if (request.operands.size() != 1)
+        return refuse("mount", "bad usage", 1);
+    const std::string &mounted = request.operands.front();
     std::vector<Record> mounts = InstrumentState::read(InstrumentState::mounts);
-    const auto mount = std::find_if(mounts.rbegin(), mounts.rend(), [&request](const Record &record) {
-        return request.operands.size() == 1 &&
-               (record.at(0) == request.operands.front() || record.at(1) == request.operands.front());
+    const auto mount = std::find_if(mounts.rbegin(), mounts.rend(), [&mounted](const Record &record) {
+        return record.at(0) == mounted || record.at(1) == mounted;
     });
     if (mount == mounts.rend())
-        return refuse("mount", "mount point not mounted or bad option", mountFailure);
+        return refuse("mount", mounted + ": mount point does not exist.", mountFailure);
     mount->at(2) = request.options == "remount,rw" ? "rw" : "ro";
     InstrumentState::write(InstrumentState::mounts, mounts);
     return 0;
@@ -110,7 +112,8 @@ int runMount(const Arguments &arguments)
     if (!fs::is_directory(target))
         return refuse("mount", target + ": mount point does not exist.", mountFailure);
     if (fileSystem.empty())
-        return refuse("mount", target + ": no such device, or no file system on " + source + ".", mountFailure);
+        return refuse("mount", target + ": special device " + source + " does not exist, or holds no file system.",
+                      mountFailure);
     if (isMounted(source))
         return refuse("mount", target + ": " + source + " already mounted or mount point busy.", mountFailure);
 
@@ -131,10 +134,12 @@ int runUmount(const Arguments &arguments)
         std::find_if(mounts.rbegin(), mounts.rend(), [&target](const Record &mount) { return mount.at(1) == target; });
     if (found == mounts.rend())
         return refuse("umount", target + ": not mounted.", mountFailure);
-    if (target == "/")
-        return refuse("umount", target + ": target is busy.", mountFailure);
-
     const auto mount = std::prev(found.base());
+    if (target == "/") { // stays, but can no longer be written
+        mount->at(2) = "ro";
+        InstrumentState::write(InstrumentState::mounts, mounts);
+        return 0;
+    }
     const std::string source = mount->at(0);
     fs::remove(target);
     fs::rename(coveredBy(static_cast<size_t>(mount - mounts.begin())), target);
