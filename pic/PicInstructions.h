@@ -1,7 +1,7 @@
 #ifndef PIC_PICINSTRUCTIONS_H
 #define PIC_PICINSTRUCTIONS_H
 
-/// What the target understands in programming mode, as in the chips' programming specification.
+/// What the target understands in programming mode, as in the chips' programming data sheet.
 namespace PicInstructions {
 
 // 4-bit commands.

@@ -147,7 +147,7 @@ private:
     bool m_PicUpdateEnabled;
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;
-    bool m_LoopDeviceBusy;     ///< could not be detached yet
+    bool m_LoopDeviceBusy;     ///< attached, and not detached yet
     QString currentDevicePart; ///< the storage that the PC was last given
 };
 

@@ -16,7 +16,7 @@ const qint64 p9 = 1000000;
 const qint64 p10 = 100000;
 const qint64 p11 = 5000000;
 
-/// A programmer of the test's own, after the chip's programming specification and with times as asked, on PIC 2.
+/// A programmer of the test's own, after the chip's programming data sheet and with times as asked, on PIC 2.
 class Wire
 {
 public:
@@ -210,7 +210,7 @@ const QList<QPair<QString, std::function<void(Wire &)>>> offences = {
 
 } // namespace
 
-/// The model of a PIC18 against the behaviour that its programming specification publishes.
+/// The model of a PIC18 against the behaviour that its programming data sheet publishes.
 class Pic18TargetTest : public QObject
 {
     Q_OBJECT

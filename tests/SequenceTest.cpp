@@ -165,7 +165,10 @@ void SequenceTest::failedStepEndsTheSequence()
 
     panel.press(Qt::Key_F1);
     QVERIFY(panel.showsMainScreen());
-    QCOMPARE(instrument.takeCalls(), QStringList(unmount));
+    QStringList releases(unmount);
+    if (lastCall.startsWith("mount -t"))
+        releases << "losetup -d /dev/loop0"; // or the next attempt could not attach it
+    QCOMPARE(instrument.takeCalls(), releases);
 }
 
 QTEST_MAIN(SequenceTest)

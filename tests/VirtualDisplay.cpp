@@ -33,7 +33,8 @@ VirtualDisplay::~VirtualDisplay()
 
 bool VirtualDisplay::isRunning()
 {
-    return QTest::qWaitFor([] { return QFile::exists("/tmp/.X11-unix/X7"); }) && m_Server.state() == QProcess::Running;
+    return QTest::qWaitFor([] { return QFile::exists("/tmp/.X11-unix/X7"); }, 60000) &&
+           m_Server.state() == QProcess::Running;
 }
 
 QProcessEnvironment VirtualDisplay::environment() const

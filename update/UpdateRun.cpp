@@ -103,5 +103,6 @@ void UpdaterProgressScreen::cleanUpMedium()
 /// While the device is mounted, some kernels detach it at the unmount and others refuse: then the next F1 tries again.
 void UpdaterProgressScreen::detachLoopDevice()
 {
-    m_LoopDeviceBusy = runSystemCommand(QLatin1String("losetup -d /dev/loop0")) != 0;
+    const bool failed = runSystemCommand(QLatin1String("losetup -d /dev/loop0")) != 0;
+    m_LoopDeviceBusy = failed && currentDevicePart == UpdatePaths::backingFile;
 }

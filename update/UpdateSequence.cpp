@@ -3,21 +3,21 @@
 #include "screens/ScreenTypes.h"
 #include "screens/UpdaterProgressScreen.h"
 #include "update/SystemCommand.h"
+#include "update/UpdatePaths.h"
 
 namespace {
 
-// The storage that a PC is given: by choice a file that holds a FAT file system, else the SD card's update partition.
-const char backingFile[] = "/mnt/ubiData/backfile";
-const char sdCardPartition[] = "/dev/mmcblk0p4";
+// What a PC is given when there is no backing file.
+const QLatin1String sdCardPartition("/dev/mmcblk0p4");
 
 int run(const char *commandLine)
 {
     return runSystemCommand(QLatin1String(commandLine));
 }
 
-int exportStorage(const char *storage)
+int exportStorage(const QLatin1String &storage)
 {
-    return runSystemCommand(QLatin1String("modprobe g_mass_storage file=") + QLatin1String(storage));
+    return runSystemCommand(QLatin1String("modprobe g_mass_storage file=") + storage);
 }
 
 int mountUpdateDrive(const QString &drive)
@@ -83,13 +83,13 @@ void UpdaterProgressScreen::openPcConnection()
     if (run("modprobe fsl_usb2_udc") != 0)
         return endSequence(tr("Failed to initialise USB Device Controller press F1 to return to the main screen\n"));
 
-    if (exportStorage(backingFile) == 0) {
+    if (exportStorage(UpdatePaths::backingFile) == 0) {
         appendLine(tr("Copy the firmware_update_tar.bz2 file to the unit and press F1\n"));
-        currentDevicePart = QLatin1String(backingFile);
+        currentDevicePart = UpdatePaths::backingFile;
         m_UpdateState = StatePcConnected;
     } else if (exportStorage(sdCardPartition) == 0) {
         appendLine(tr("Copy the update_firmware.tar.bz2 file to the unit and press F1\n"));
-        currentDevicePart = QLatin1String(sdCardPartition);
+        currentDevicePart = sdCardPartition;
         m_UpdateState = StatePcConnected;
     } else {
         endSequence(tr("Failed to initialise PC connection press F1 to return to the main screen\n"));
@@ -109,11 +109,12 @@ void UpdaterProgressScreen::closePcConnection()
 
 void UpdaterProgressScreen::updateFromExportedStorage()
 {
-    if (currentDevicePart == QLatin1String(backingFile)) {
+    if (currentDevicePart == UpdatePaths::backingFile) {
         // The PC sees a disk: its FAT file system begins behind the first 4096 bytes.
         if (run("losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile") != 0)
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
-        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
+        m_LoopDeviceBusy = run("mount -t vfat /dev/loop0 /mnt/update") != 0;
+        if (m_LoopDeviceBusy)
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
     } else if (mountUpdateDrive(currentDevicePart) != 0) {
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
@@ -142,7 +143,7 @@ bool UpdaterProgressScreen::mountMemoryStick()
 void UpdaterProgressScreen::updateFromSdCard()
 {
     appendLine(tr("Processing update\n"));
-    if (mountUpdateDrive(QLatin1String(sdCardPartition)) != 0)
+    if (mountUpdateDrive(sdCardPartition) != 0)
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
     performUpdate();
 }

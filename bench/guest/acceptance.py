@@ -512,7 +512,7 @@ def run_unit(name, options, scenarios):
         with Unit(name, **options) as unit:
             for title, scenario in scenarios.items():
                 table.append(run_scenario(unit, title, scenario))
-    except RuntimeError as error:
+    except (RuntimeError, OSError) as error:
         table.append(Checks(f"unit {name}"))
         table[-1].that("can be switched on", False, str(error))
         print(table[-1].table(), flush=True)
@@ -535,7 +535,10 @@ def main():
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir()
     make_packages()
-    units = [unit for unit in UNITS if len(sys.argv) == 1 or unit[0] in sys.argv[1:]]
+    names = sys.argv[1:] or [unit[0] for unit in UNITS]
+    units = [unit for unit in UNITS if unit[0] in names]
+    if len(units) < len(set(names)):
+        sys.exit(f"usage: acceptance.py [{'|'.join(dict.fromkeys(unit[0] for unit in UNITS))}]...")
     with concurrent.futures.ThreadPoolExecutor(3) as pool:
         tables = [table for part in pool.map(lambda unit: run_unit(*unit), units) for table in part]
     count = sum(len(checks.rows) for checks in tables)

@@ -3,7 +3,7 @@
 
 #include <array>
 
-/// What distinguishes the devices of the family, from their published programming specification and data sheets.
+/// What distinguishes the devices of the family, from their published data sheets.
 struct Pic18Device
 {
     using Configuration = std::array<unsigned char, 16>;

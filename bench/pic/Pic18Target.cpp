@@ -5,7 +5,7 @@
 
 namespace {
 
-// Minimum times of the programming specification in nanoseconds, at a supply of 5 V.
+// Minimum times of the programming data sheet in nanoseconds, at a supply of 5 V.
 const qint64 p2ClockPeriod = 100;
 const qint64 p2aClockLow = 40;
 const qint64 p2bClockHigh = 40;
