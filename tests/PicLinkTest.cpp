@@ -234,9 +234,12 @@ void PicLinkTest::resetTimerReleasesThePic()
     traffic.clear();
     programmer.ev_pic_reset(false);
     QCOMPARE(traffic, QStringList({"MCLR2=1", "MCLR2 out", "MCLR2=0"}));
+    QElapsedTimer inReset;
+    inReset.start();
     programmer.ev_pic_reset(true);
     traffic.clear();
     QTRY_COMPARE(traffic.isEmpty() ? QString() : traffic.last(), QString("MCLR2 in"));
+    QVERIFY(inReset.elapsed() >= 19);
 }
 
 void PicLinkTest::deviceIdsHaveNames()
