@@ -164,6 +164,15 @@ const QList<QPair<QString, std::function<void(Wire &)>>> offences = {
      [](Wire &wire) {
          wire.bulkErase(0x0180, p11);
      }},
+    {"programming time",
+     [](Wire &wire) {
+         wire.write(0x200, 0x1234, p9 * 9 / 10);
+         QCOMPARE(wire.pic().memory().programMemory().mid(0x200, 2), QByteArray("\xFF\xFF"));
+     }},
+    {"before the end of a write",
+     [](Wire &wire) {
+         wire.write(0x200, 0x1234, p9, p10 / 2);
+     }},
     {"no NOP follows",
      [](Wire &wire) {
          wire.write(0, 0xFFFF);
@@ -219,8 +228,6 @@ private slots:
     void entersOnlyWithTheProgrammingVoltage();
     void readsByEachTableReadCommand();
     void writesRowsFromItsLatches();
-    void judgesTimes_data();
-    void judgesTimes();
     void judgesCommandsAndWrites();
     void erasesTheRegionsOfItsKeys_data();
     void erasesTheRegionsOfItsKeys();
@@ -285,31 +292,6 @@ void Pic18TargetTest::writesRowsFromItsLatches()
     wire.hold();
     QCOMPARE(wire.pic().memory().programMemory().mid(0x7A, 10), QByteArray("\xFF\xFF\x11\x22\x33\x44\x55\x66\xFF\xFF"));
     QCOMPARE(wire.violations(), QStringList());
-}
-
-void Pic18TargetTest::judgesTimes_data()
-{
-    QTest::addColumn<qint64>("high");
-    QTest::addColumn<qint64>("low");
-    QTest::addColumn<bool>("written");
-    QTest::addColumn<QString>("violation");
-    QTest::newRow("good") << p9 << p10 << true << "";
-    QTest::newRow("held too briefly") << p9 * 9 / 10 << p10 << false << "programming time";
-    QTest::newRow("clocked too early") << p9 << p10 / 2 << true << "before the end of a write";
-}
-
-void Pic18TargetTest::judgesTimes()
-{
-    QFETCH(qint64, high);
-    QFETCH(qint64, low);
-    QFETCH(bool, written);
-    QFETCH(QString, violation);
-    Wire wire;
-    wire.enter();
-    wire.write(0x200, 0x1234, high, low);
-    QCOMPARE(wire.pic().memory().programMemory().mid(0x200, 2), QByteArray(written ? "\x34\x12" : "\xFF\xFF"));
-    QCOMPARE(wire.violations().isEmpty(), violation.isEmpty());
-    QVERIFY(wire.violations().value(0).contains(violation));
 }
 
 void Pic18TargetTest::judgesCommandsAndWrites()

@@ -2,6 +2,7 @@
 
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicProgrammer.h"
+#include "tests/EventLoop.h"
 
 // This test has pins and delays of its own: a logic analyser that writes down every change in order.
 
@@ -234,9 +235,13 @@ void PicLinkTest::resetTimerReleasesThePic()
     traffic.clear();
     programmer.ev_pic_reset(false);
     QCOMPARE(traffic, QStringList({"MCLR2=1", "MCLR2 out", "MCLR2=0"}));
+    QElapsedTimer inReset;
+    inReset.start();
     programmer.ev_pic_reset(true);
     traffic.clear();
-    QTRY_COMPARE(traffic.isEmpty() ? QString() : traffic.last(), QString("MCLR2 in"));
+    QVERIFY(eventually([] { return !traffic.isEmpty(); }));
+    QCOMPARE(traffic.last(), QString("MCLR2 in"));
+    QVERIFY(inReset.elapsed() >= 19);
 }
 
 void PicLinkTest::deviceIdsHaveNames()

@@ -1,7 +1,9 @@
 #include <QApplication>
+#include <QScrollBar>
 #include <QSettings>
 #include <QTextEdit>
 #include <QtTest>
+#include <unistd.h>
 
 #include "bench/pic/HexRecord.h"
 #include "bench/pic/VirtualBoards.h"
@@ -36,12 +38,32 @@ QByteArray programMemory(int picNumber)
     return VirtualBoards::installed().pic(picNumber).memory().programMemory();
 }
 
+unsigned int secondsToSettle = 0;
+int picsStandingStill = 0;
+
 } // namespace
+
+// The program's own: the boards are looked at while they settle.
+unsigned int sleep(unsigned int seconds)
+{
+    secondsToSettle = seconds;
+    picsStandingStill = 0;
+    for (int picNumber = 1; picNumber <= 4; ++picNumber)
+        picsStandingStill += VirtualBoards::installed().pic(picNumber).isOutOfReset() ? 0 : 1;
+    return 0;
+}
 
 /// The PIC lines of a command file, from the keyword to the last byte in the chip.
 class PicUpdateTest : public QObject
 {
     Q_OBJECT
+
+public:
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        m_Paintings += event->type() == QEvent::Paint ? 1 : 0;
+        return false;
+    }
 
 private slots:
     void initTestCase();
@@ -60,6 +82,7 @@ private:
     QStringList update(Panel *panel, const QByteArray &commandFile, const Files &files);
 
     std::unique_ptr<Instrument> m_Instrument;
+    int m_Paintings = 0;
 };
 
 void PicUpdateTest::initTestCase()
@@ -105,17 +128,25 @@ void PicUpdateTest::chosenPicIsProgrammedAndShownInPercent()
 void PicUpdateTest::percentageReplacesTheOneBeforeIt()
 {
     Panel panel;
+    QScrollBar *const scrollBar = panel.messageWindow()->verticalScrollBar();
+    panel.messageWindow()->viewport()->installEventFilter(this);
     int mostPercentages = 0;
     QStringList seen;
     connect(panel.messageWindow(), &QTextEdit::textChanged, this, [&] {
         const QStringList percentages = panel.messages().filter("orange: ");
         mostPercentages = qMax(mostPercentages, percentages.size());
+        if (mostPercentages < 2)
+            m_Paintings = 0; // only those of the programming count, which blocks
         if (!percentages.isEmpty() && (seen.isEmpty() || seen.last() != percentages.last()))
             seen << percentages.last();
+        if (seen.endsWith("orange: 50%"))
+            scrollBar->setValue(0); // as by F3; the percentage brings itself into view again
     });
-    update(&panel, "PIC1:/pic.hex\n", {{"pic.hex", hexFile('a')}});
+    update(&panel, QByteArray("SYSTEM:NAND\n").repeated(30) + "PIC1:/pic.hex\n", {{"pic.hex", hexFile('a')}});
     QCOMPARE(mostPercentages, 2); // that of the erasure and that of the programming
     QVERIFY(seen.contains("orange: 0%") && seen.contains("orange: 50%") && seen.contains("orange: 100%"));
+    QVERIFY2(m_Paintings >= 100, "each percentage is on the display");
+    QCOMPARE(scrollBar->value(), scrollBar->maximum());
 }
 
 void PicUpdateTest::eachPicOfAPackageGetsItsOwnFile()
@@ -136,6 +167,8 @@ void PicUpdateTest::otherPicsAreHeldInResetAndStaySo()
     for (int picNumber = 1; picNumber <= 4; ++picNumber)
         QCOMPARE(VirtualBoards::installed().pic(picNumber).isOutOfReset(), picNumber == 3);
     QVERIFY(VirtualBoards::installed().pic(3).isInProgrammingMode());
+    QCOMPARE(secondsToSettle, 1U);
+    QCOMPARE(picsStandingStill, 4);
 }
 
 void PicUpdateTest::disabledPicLineTouchesNothing()
