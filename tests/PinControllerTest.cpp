@@ -150,7 +150,7 @@ void PinControllerTest::longDelaysLastAtLeastAsLongAsStated()
 void PinControllerTest::shortDelaysLastAtLeastAsLongAsStated()
 {
     if (qEnvironmentVariableIsSet("EMULATED_PROCESSOR"))
-        QSKIP("an emulated processor has no clock frequency to rely on");
+        QSKIP("an emulated processor has no clock frequency to rely on", SkipSingle);
     for (const PIC_DELAY delay : {DELAY_CLOCK, DELAY_COMMAND, DELAY_OPERAND, DELAY_RELEASE, DELAY_PULSE}) {
         const int repetitions = 10000;
         QElapsedTimer timer;
