@@ -116,9 +116,10 @@ void InterpreterTest::badLinesAreNamedAndTheRestGoesOn()
 
 void InterpreterTest::linesEndAtLineFeedWithOrWithoutCarriageReturn()
 {
+    // Two carriage returns are what a second conversion to the line ends of DOS leaves.
     Instrument instrument;
     Panel panel;
-    const Update update(&panel, &instrument, "SYSTEM:NAND\r\nSYSTEM: NAND\nSYSTEM:SDCARD");
+    const Update update(&panel, &instrument, "SYSTEM:NAND\r\r\nSYSTEM: NAND\nSYSTEM:SDCARD\r\n");
     QCOMPARE(update.messages, QStringList() << "System Type set to: NAND"
                                             << "System Type error: Unknown Type:  NAND"
                                             << "System Type set to: SDCARD");
