@@ -11,7 +11,7 @@ namespace {
 const fs::path changes = InstrumentState::directory / "changes";
 
 // What is no file of the instrument.
-const char *const passedOver[] = {"/dev", "/proc", "/run", "/root"};
+const char *const passedOver[] = {"/dev", "/proc", "/run", "/root", "/sys"};
 
 struct Place
 {
