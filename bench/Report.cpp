@@ -13,6 +13,7 @@ const char successMessage[] = "green\tUpdate complete";
 const char failureColour[] = "red\t";
 const char hostPrefix[] = "/run/host/";
 const char erasedByte = '\xFF';
+const int leastFields = 3; // of a recorded change; a call has one more
 
 // Folders of the root file system that hold no installed files.
 const char *const passingFolders[] = {"dev", "proc", "run", "tmp", "root", "mnt/update", "mnt/data"};
@@ -153,9 +154,11 @@ void Report::readChanges()
 {
     for (const QString &record : linesOf(pathOf(InstrumentState::directory / "changes"))) {
         const QStringList fields = record.split(QLatin1Char('\t'));
+        if (fields.size() < leastFields) // the rest of a name that holds a line end
+            continue;
         const int message = fields.at(0).toInt();
         const int line = lineAtMessage(message);
-        if (fields.at(1) == QLatin1String("called")) {
+        if (fields.at(1) == QLatin1String("called") && fields.size() > leastFields) {
             const Call call = {fields.at(3), fields.at(2).toInt()};
             if (line >= 0)
                 m_Lines[line].calls << call;
