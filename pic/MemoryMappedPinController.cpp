@@ -34,6 +34,11 @@ MemoryMappedPinController::~MemoryMappedPinController()
     delete m_MemoryMap;
 }
 
+bool MemoryMappedPinController::isMapped() const
+{
+    return m_MemoryMap->pointer() != nullptr;
+}
+
 void MemoryMappedPinController::setDirection(unsigned int registerOffset, unsigned int pinMask, PIN_DIRECTION direction)
 {
     change(registerAt(m_MemoryMap, registerOffset), pinMask, direction == PIN_OUTPUT);

@@ -16,6 +16,8 @@ public:
     explicit MemoryMappedPinController(unsigned int physicalBase);
     ~MemoryMappedPinController();
 
+    bool isMapped() const;
+
     /// `registerOffset` of a bank's output-enable register. Anything but PIN_OUTPUT makes the pins inputs.
     void setDirection(unsigned int registerOffset, unsigned int pinMask, PIN_DIRECTION direction);
     /// `registerOffset` of a bank's output-data register. 1 drives the pins high, any other value low.

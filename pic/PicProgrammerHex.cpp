@@ -13,6 +13,8 @@ const int typePosition = 7;
 const int dataPosition = 9;
 const int shortestRecord = 11;
 
+const int startAddressLength = 4;
+
 // About twice the length of the longest record there can be. A longer line is never read whole.
 const int longestLine = 1000;
 
@@ -165,10 +167,12 @@ bool PicProgrammer::bProgramLine(const QByteArray &line, int lineNumber)
         return bSetExtendedAddress(line, lineNumber, 16);
     case HEX_EXTENDED_SEGMENT_ADDRESS:
         return bSetExtendedAddress(line, lineNumber, 4);
+    // A data record whose type was damaged must not pass for one of these.
     case HEX_END_OF_FILE:
+        return u8RecordLength == 0 || refuse(lineNumber, "end of file with data bytes");
     case HEX_START_SEGMENT_ADDRESS:
     case HEX_START_LINEAR_ADDRESS:
-        return true;
+        return u8RecordLength == startAddressLength || refuse(lineNumber, "no start address");
     default:
         return refuse(lineNumber, "unknown record type");
     }

@@ -5,6 +5,7 @@
 #include <QtDebug>
 
 #include "platform/Display.h"
+#include "platform/PreciseTimer.h"
 #include "screens/ScreenTypes.h"
 #include "serial/TtyHandler.h"
 
@@ -30,6 +31,7 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     m_EsaUpdateSucceeded = false;
     m_EsaPacketNumber = 0;
     m_EsaReplyTimer.setSingleShot(true);
+    makePrecise(&m_EsaReplyTimer);
 
     const QSettings settings;
     m_PicUpdateEnabled = settings.value(QLatin1String("PicEnable"), false).toBool();

@@ -39,6 +39,10 @@ public:
     /// The words that make a board command of every keyword that holds one of them.
     static QStringList boardCommandWords();
 
+    /// Sends the image `fileName` of the package to `board` as its application or EEPROM. Returns when the update has
+    /// ended: 0 when the board has acknowledged every block, else -1.
+    int updateESA(QString fileName, ESA_BOARD_ID board, ESA_UPDATE_TYPE updateType);
+
 signals:
     /// Asks for the screen at `newIndex` (ScreenIndex) to be shown.
     void requestChangeScreen(int newIndex);
@@ -121,7 +125,6 @@ private:
     int updatePic(int picNumber, QString fileName);
 
     // serial/EsaUpdate.cpp
-    int updateESA(QString fileName, ESA_BOARD_ID board, ESA_UPDATE_TYPE updateType);
     void discardStrayBytes();
     void enterBootLoaderOnce(ESA_BOARD_ID board);
     void waitForEndOfEsaUpdate();

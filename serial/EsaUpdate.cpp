@@ -38,17 +38,17 @@ const quint16 crcTopBit = 0x8000;
 const int receiverTimeoutMs = 30000;
 const int replyTimeoutMs = 10000;
 
-void selectBoard(ESA_BOARD_ID board)
+// False when the pin cannot be reached: an image must not go to whichever board happens to be selected.
+bool selectBoard(ESA_BOARD_ID board)
 {
     MemoryMappedPinController pinController(pinControlBlock);
     pinController.setDirection(selectDirectionRegister, selectPinMask, MemoryMappedPinController::PIN_OUTPUT);
     pinController.setValue(selectOutputRegister, selectPinMask, board == ESA_IO_BOARD ? 0 : 1);
+    return pinController.isMapped();
 }
 
 } // namespace
 
-/// Sends the image `fileName` of the package to `board`. Returns 0 when the board has acknowledged every block, else
-/// -1.
 int UpdaterProgressScreen::updateESA(QString fileName, ESA_BOARD_ID board, ESA_UPDATE_TYPE updateType)
 {
     connect(m_TtyHandler, SIGNAL(readyRead()), this, SLOT(ESADataReceived()), Qt::UniqueConnection);
@@ -70,9 +70,10 @@ int UpdaterProgressScreen::updateESA(QString fileName, ESA_BOARD_ID board, ESA_U
         return -1;
     }
 
-    m_EsaFile = &file;
     discardStrayBytes();
-    selectBoard(board);
+    if (!selectBoard(board))
+        return -1;
+    m_EsaFile = &file;
     enterBootLoaderOnce(board);
     m_TtyHandler->sendByteArray(QByteArray(1, updateType == ESA_EEPROM ? receiveEeprom : receiveApplication));
     waitForEndOfEsaUpdate();

@@ -5,6 +5,7 @@
 #include <QtDebug>
 #include <algorithm>
 
+#include "platform/PreciseTimer.h"
 #include "serial/TtyHandler.h"
 
 namespace {
@@ -78,6 +79,7 @@ PowerBoardManager::PowerBoardManager(QString device, QObject *parent)
 {
     connect(m_TtyHandler, SIGNAL(readyRead()), this, SLOT(processRxData()));
     m_TxTimer->setSingleShot(true);
+    makePrecise(m_TxTimer);
     connect(m_TxTimer, SIGNAL(timeout()), this, SLOT(txTimeOut()));
 }
 

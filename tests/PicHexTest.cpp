@@ -157,7 +157,7 @@ void PicHexTest::recordsGoWhereTheirAddressBelongs_data()
     QTest::newRow("EEPROM") << linearAddress(0xF0) + hexRecord(0, 0, many) << none << delivered;
     QTest::newRow("end of the address range")
         << linearAddress(0xFFFF) + hexRecord(0, 0xFFFF, many) << none << delivered;
-    QTest::newRow("start addresses") << hexRecord(3, 0x1000, "\x01\x02\x03\x04") + hexRecord(5, 0x1000, many) << none
+    QTest::newRow("start addresses") << hexRecord(3, 0x1000, "\x01\x02\x03\x04") + hexRecord(5, 0x1000, "\x01\x02\x03\x04") << none
                                      << delivered;
     QTest::newRow("after the end of file") << endOfFile + hexRecord(0, 0x1000, two) << two << delivered;
 }
@@ -266,6 +266,8 @@ void PicHexTest::unsoundLineStopsTheRunBeforeItIsWritten_data()
     QTest::newRow("unknown type") << hexRecord(6, 0x40, sequence(16)) << "unknown record type";
     QTest::newRow("address of one byte") << hexRecord(4, 0, "\x30") << "no extended address";
     QTest::newRow("segment of no bytes") << hexRecord(2, 0, "") << "no extended address";
+    QTest::newRow("end of file with data") << hexRecord(1, 0x40, sequence(16)) << "end of file with data bytes";
+    QTest::newRow("start address of 16 bytes") << hexRecord(5, 0x40, sequence(16)) << "no start address";
     QTest::newRow("too long a line") << good.trimmed() + QByteArray(2000, ' ') << "longer than any record";
 }
 

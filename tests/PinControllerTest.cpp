@@ -2,10 +2,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "bench/PseudoTerminal.h"
 #include "pic/MemoryMap.h"
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicDelay.h"
+#include "screens/UpdaterProgressScreen.h"
 #include "tests/DebugLines.h"
+#include "tests/Instrument.h"
 
 namespace {
 
@@ -52,6 +55,7 @@ private slots:
     void readsTrueWhenAnyPinOfTheMaskIsHigh();
     void releasesItsMappingAndDescriptor();
     void refusesEverythingWithoutAMapping();
+    void esaBoardThatCannotBeSelectedIsSentNothing();
     void mapsWithTheProtectionAsked();
     void longDelaysLastAtLeastAsLongAsStated();
     void shortDelaysLastAtLeastAsLongAsStated();
@@ -123,6 +127,18 @@ void PinControllerTest::refusesEverythingWithoutAMapping()
     QCOMPARE(lines.take(), QStringList("failed to open memory map file \"/dev/mem\""));
 }
 
+void PinControllerTest::esaBoardThatCannotBeSelectedIsSentNothing()
+{
+    Instrument::useItsSettings();
+    QSettings().setValue("AvrEnable", true);
+    Instrument::write("/tmp/firmware_update/image", "image");
+    PseudoTerminal port("/dev/ttyAPP1", nullptr);
+    UpdaterProgressScreen screen(nullptr, Qt::Widget);
+    QVERIFY(QFile::remove(memoryDevice));
+    QCOMPARE(screen.updateESA("/image", ESA_MEASUREMENT_BOARD, ESA_APPLICATION), -1);
+    QCOMPARE(port.readAllSent(), QByteArray());
+}
+
 void PinControllerTest::mapsWithTheProtectionAsked()
 {
     const QList<QPair<int, QByteArray>> rights = {{0x8, "---s"}, {0x1, "r--s"}, {0x3, "rw-s"}, {0xF3, "rw-s"}};
@@ -161,5 +177,5 @@ void PinControllerTest::shortDelaysLastAtLeastAsLongAsStated()
     }
 }
 
-QTEST_GUILESS_MAIN(PinControllerTest)
+QTEST_MAIN(PinControllerTest)
 #include "PinControllerTest.moc"

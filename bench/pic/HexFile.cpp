@@ -8,6 +8,7 @@
 namespace {
 
 const int headerSize = 4;
+const unsigned int startAddressLength = 4;
 const int overheadSize = headerSize + 1; // with the checksum
 
 struct Memory
@@ -75,6 +76,10 @@ bool HexFile::take(const QByteArray &line)
     const unsigned int type = byteAt(line, 3);
     if (type == 0)
         takeData(m_ExtendedAddress + byteAt(line, 1) * 0x100 + byteAt(line, 2), static_cast<unsigned int>(length));
+    else if (type == 1)
+        return length == 0;
+    else if (type == 3 || type == 5)
+        return length == startAddressLength;
     else if ((type == 2 || type == 4) && length == 2)
         m_ExtendedAddress = (byteAt(line, headerSize) * 0x100 + byteAt(line, headerSize + 1)) << (type == 2 ? 4 : 16);
     return true;

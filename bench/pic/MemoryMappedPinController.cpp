@@ -25,6 +25,11 @@ MemoryMappedPinController::MemoryMappedPinController(unsigned int) : m_MemoryMap
 MemoryMappedPinController::~MemoryMappedPinController()
 {}
 
+bool MemoryMappedPinController::isMapped() const
+{
+    return true;
+}
+
 void MemoryMappedPinController::setDirection(unsigned int registerOffset, unsigned int pinMask, PIN_DIRECTION direction)
 {
     change(registerOffset, pinMask, direction == PIN_OUTPUT);

@@ -1,0 +1,8 @@
+#include "platform/PreciseTimer.h"
+
+#include <QTimer>
+
+void makePrecise(QTimer *timer)
+{
+    timer->setTimerType(Qt::PreciseTimer);
+}
