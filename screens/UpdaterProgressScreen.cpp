@@ -22,7 +22,6 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     m_UpdateState = StatePcConnect;
     m_SystemType = SYSTEM_NAND;
     m_PicProgrammer = nullptr;
-    m_LoopDeviceBusy = false;
     m_EsaFile = nullptr;
     m_EsaTransferActive = false;
     m_EsaMBoardEntered = false;
@@ -36,8 +35,8 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     const QSettings settings;
     m_PicUpdateEnabled = settings.value(QLatin1String("PicEnable"), false).toBool();
     m_AvrUpdateEnabled = settings.value(QLatin1String("AvrEnable"), false).toBool();
-    qDebug().nospace() << "\nm_PicUpdateEnabled: " << m_PicUpdateEnabled;
-    qDebug().nospace() << "\nm_AvrUpdateEnabled: " << m_AvrUpdateEnabled;
+    qDebug().nospace() << "\nm_PicUpdateEnabled: " << m_PicUpdateEnabled
+                       << "\nm_AvrUpdateEnabled: " << m_AvrUpdateEnabled;
 
     m_TtyHandler = new TtyHandler(QLatin1String("/dev/ttyAPP1"), this);
     connect(this, SIGNAL(ESAUpdateSendNextPacket()), this, SLOT(sendNextESAPacket()));

@@ -92,7 +92,6 @@ private:
     void performUpdate();
     void abandonUpdate(const QString &failureText);
     void cleanUpMedium();
-    void detachLoopDevice();
 
     // update/CommandInterpreter.cpp: update_config, line by line. The bool results are false when a line failed.
     struct Command;
@@ -150,7 +149,6 @@ private:
     bool m_PicUpdateEnabled;
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;
-    bool m_LoopDeviceBusy;     ///< attached, and not detached yet
     QString currentDevicePart; ///< the storage that the PC was last given
 };
 

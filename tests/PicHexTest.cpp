@@ -157,8 +157,9 @@ void PicHexTest::recordsGoWhereTheirAddressBelongs_data()
     QTest::newRow("EEPROM") << linearAddress(0xF0) + hexRecord(0, 0, many) << none << delivered;
     QTest::newRow("end of the address range")
         << linearAddress(0xFFFF) + hexRecord(0, 0xFFFF, many) << none << delivered;
-    QTest::newRow("start addresses") << hexRecord(3, 0x1000, "\x01\x02\x03\x04") + hexRecord(5, 0x1000, "\x01\x02\x03\x04") << none
-                                     << delivered;
+    QTest::newRow("start addresses") << hexRecord(3, 0x1000, "\x01\x02\x03\x04") +
+                                            hexRecord(5, 0x1000, "\x01\x02\x03\x04")
+                                     << none << delivered;
     QTest::newRow("after the end of file") << endOfFile + hexRecord(0, 0x1000, two) << two << delivered;
 }
 

@@ -143,12 +143,11 @@ void ScreensTest::commandLineIsStoredForLaterStarts()
     QTest::ignoreMessage(QtDebugMsg, "2: Telmara");
     start(QStringList() << "--avr-enable"
                         << "Telmara");
-    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false");
-    QTest::ignoreMessage(QtDebugMsg, "\nm_AvrUpdateEnabled: true");
+    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: true");
     QCOMPARE(versionLine(Panel()), QString("Telmara Updater Version: 2.1 "));
 
     start(QStringList());
-    QTest::ignoreMessage(QtDebugMsg, "\nm_AvrUpdateEnabled: true");
+    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: true");
     QCOMPARE(versionLine(Panel()), QString("Telmara Updater Version: 2.1 "));
     QSettings().sync();
     QCOMPARE(Instrument::contentOf(settingsFile), QByteArray("[General]\nAvrEnable=true\nProductName=Telmara\n"));
@@ -183,8 +182,7 @@ void ScreensTest::unreadableSettingsGiveTheDefaults()
 {
     QSettings().sync();
     Instrument::write(settingsFile, QByteArray("\0\xFFnot settings\n[[[\nPicEnable", 27));
-    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false");
-    QTest::ignoreMessage(QtDebugMsg, "\nm_AvrUpdateEnabled: false");
+    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: false");
     QCOMPARE(versionLine(Panel()), QString("Unknown Updater Version: 2.1 "));
 }
 

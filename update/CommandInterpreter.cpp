@@ -2,9 +2,9 @@
 // next one is carried out all the same.
 
 #include <QApplication>
-#include <QDateTime>
 #include <QElapsedTimer>
 #include <QStringList>
+#include <QTime>
 
 #include "screens/UpdaterProgressScreen.h"
 #include "update/SystemCommand.h"
@@ -75,10 +75,10 @@ void UpdaterProgressScreen::finaliseUpdate()
 {
     appendLine(tr("Finalising update, please wait"));
     runSystemCommand(QLatin1String("sync"));
-    const QDateTime end = QDateTime::currentDateTime().addSecs(settleSeconds);
-    QElapsedTimer elapsed; // for a clock that is set back meanwhile
+    const QTime end = QTime::currentTime().addSecs(settleSeconds);
+    QElapsedTimer elapsed; // for a clock that is set back meanwhile, or passes midnight just before the end
     elapsed.start();
-    while (QDateTime::currentDateTime() <= end && elapsed.elapsed() <= longestSettleMs)
+    while (QTime::currentTime() <= end && elapsed.elapsed() <= longestSettleMs)
         QApplication::processEvents(QEventLoop::AllEvents);
 }
 

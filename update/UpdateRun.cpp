@@ -12,6 +12,7 @@
 namespace {
 
 const QLatin1String packageDirectoryName("firmware_update");
+const QLatin1String detachLoopDevice("losetup -d /dev/loop0");
 
 // Several packages are as bad as none: the updater never chooses among them. Empty unless there is exactly one.
 QString findPackage()
@@ -81,7 +82,7 @@ void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
     ui.F1Button->setEnabled(true);
     appendFailure(failureText);
     if (m_UpdateType == UpdateViaPc)
-        detachLoopDevice();
+        runSystemCommand(detachLoopDevice);
     m_UpdateState = StateFinished;
 }
 
@@ -97,12 +98,5 @@ void UpdaterProgressScreen::cleanUpMedium()
     }
     runSystemCommand(QLatin1String("umount /mnt/update"));
     if (m_UpdateType == UpdateViaPc)
-        detachLoopDevice();
-}
-
-/// While the device is mounted, some kernels detach it at the unmount and others refuse: then the next F1 tries again.
-void UpdaterProgressScreen::detachLoopDevice()
-{
-    const bool failed = runSystemCommand(QLatin1String("losetup -d /dev/loop0")) != 0;
-    m_LoopDeviceBusy = failed && currentDevicePart == UpdatePaths::backingFile;
+        runSystemCommand(detachLoopDevice);
 }

@@ -53,8 +53,6 @@ void UpdaterProgressScreen::F1Clicked()
 {
     // Releases what an earlier run may have left mounted; most of the time there is nothing, and that is no failure.
     run("umount /mnt/update");
-    if (m_LoopDeviceBusy)
-        detachLoopDevice();
 
     switch (m_UpdateState) {
     case StatePcConnect:
@@ -113,8 +111,7 @@ void UpdaterProgressScreen::updateFromExportedStorage()
         // The PC sees a disk: its FAT file system begins behind the first 4096 bytes.
         if (run("losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile") != 0)
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
-        m_LoopDeviceBusy = run("mount -t vfat /dev/loop0 /mnt/update") != 0;
-        if (m_LoopDeviceBusy)
+        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
     } else if (mountUpdateDrive(currentDevicePart) != 0) {
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
