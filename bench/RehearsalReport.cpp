@@ -12,6 +12,7 @@ namespace {
 
 const char good[] = "good";
 const char failed[] = "FAILED";
+const char notCarriedOut[] = "not carried out";
 
 RehearsalReport::Trial readTrial(const QString &fileName)
 {
@@ -55,6 +56,8 @@ QStringList textsOf(const QList<Report::Call> &calls)
 QStringList describe(const Report::Line &line)
 {
     QStringList entries = line.messages + line.changes;
+    if (!line.carriedOut)
+        entries << QLatin1String(notCarriedOut);
     if (line.command.startsWith(QLatin1String("SCRIPT:"))) {
         for (const QString &call : textsOf(line.calls))
             entries << QLatin1String("called ") + call;
@@ -62,11 +65,18 @@ QStringList describe(const Report::Line &line)
     return entries;
 }
 
+const char *outcomeOf(const Report::Line &line)
+{
+    if (!line.carriedOut)
+        return notCarriedOut;
+    return line.failed ? "failed" : "ok";
+}
+
 QJsonObject jsonOf(const Report::Line &line, int number)
 {
     return {{"number", number},
             {"command", line.command},
-            {"outcome", QLatin1String(line.failed ? "failed" : "ok")},
+            {"outcome", QLatin1String(outcomeOf(line))},
             {"messages", QJsonArray::fromStringList(line.messages)},
             {"changes", QJsonArray::fromStringList(line.changes)},
             {"calls", QJsonArray::fromStringList(textsOf(line.calls))}};

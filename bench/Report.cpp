@@ -107,23 +107,19 @@ void Report::readCommandLines(const QStringList &commands)
     int next = m_Messages.indexOf(QLatin1String("plain\tExtracting update")) + 1;
     m_FirstLineMessage = next;
     for (const QString &command : commands) {
-        Line line{command, false, QStringList(), QStringList(), QList<Call>()};
-        bool begun = false;
+        Line line{command, false, false, QStringList(), QStringList(), QList<Call>()};
         for (; next < end; ++next) {
             const QString text = m_Messages.at(next).section(QLatin1Char('\t'), 1);
             const bool red = m_Messages.at(next).startsWith(QLatin1String(failureColour));
-            if (begun && beginsLine(text, red))
+            if (line.carriedOut && beginsLine(text, red))
                 break;
-            begun = true;
+            line.carriedOut = true;
             if (red) {
                 line.failed = true;
                 line.messages << text;
             }
         }
-        if (!begun) {
-            line.failed = true;
-            line.messages << QLatin1String("not carried out");
-        }
+        line.failed = line.failed || !line.carriedOut;
         m_Lines << line;
         m_LineEnds << next;
     }

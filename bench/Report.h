@@ -31,6 +31,7 @@ public:
     {
         QString command;
         bool failed;
+        bool carriedOut;      ///< false when the update ended before the line, which counts as failed
         QStringList messages; ///< in red
         QStringList changes;  ///< files, flash and boards
         QList<Call> calls;

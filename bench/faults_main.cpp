@@ -28,6 +28,10 @@ int judge(const FaultDraw &draw, const Report &disturbed)
     int number = 0;
     for (const Report::Line &line : disturbed.lines()) {
         ++number;
+        if (!line.carriedOut) {
+            out << "not carried out: line " << number << " and those below it\n";
+            break;
+        }
         for (const QString &message : line.messages)
             out << "told at line " << number << ": " << message << '\n';
     }
