@@ -16,6 +16,7 @@ public:
     explicit MemoryMappedPinController(unsigned int physicalBase);
     ~MemoryMappedPinController();
 
+    /// False when the registers could not be mapped.
     bool isMapped() const;
 
     /// `registerOffset` of a bank's output-enable register. Anything but PIN_OUTPUT makes the pins inputs.
