@@ -21,7 +21,8 @@ VirtualDisplay::VirtualDisplay()
     m_Server.start("Xvfb", QStringList() << displayName << "-screen"
                                          << "0"
                                          << "320x240x24"
-                                         << "-fbdir" << m_FrameBuffer.path() << "-nolisten"
+                                         << "-fbdir" << m_FrameBuffer.path() << "-noreset"
+                                         << "-nolisten"
                                          << "tcp");
 }
 
@@ -31,10 +32,15 @@ VirtualDisplay::~VirtualDisplay()
     m_Server.waitForFinished();
 }
 
+// A server that answers: the socket alone may be what an earlier one has left.
 bool VirtualDisplay::isRunning()
 {
-    return QTest::qWaitFor([] { return QFile::exists("/tmp/.X11-unix/X7"); }, 60000) &&
-           m_Server.state() == QProcess::Running;
+    const auto answers = [this] {
+        bool succeeded = false;
+        runXdotool(QStringList("getmouselocation"), &succeeded);
+        return succeeded;
+    };
+    return QTest::qWaitFor(answers, 60000);
 }
 
 QProcessEnvironment VirtualDisplay::environment() const
