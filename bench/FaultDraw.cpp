@@ -72,7 +72,7 @@ QStringList FaultDraw::untold(const Report &disturbed) const
         untold << QLatin1String("the update did not end in red");
     for (const Fault &fault : m_Faults) {
         for (const int line : fault.lines) {
-            if (line >= disturbed.lines().size() || !disturbed.lines().at(line).failed)
+            if (line >= disturbed.lines().size() || !disturbed.lines().at(line).failed())
                 untold << QString::fromLatin1("line %1 did not fail: %2")
                               .arg(QString::number(line + 1), m_Undisturbed.lines().at(line).command);
         }

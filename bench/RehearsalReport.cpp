@@ -69,7 +69,7 @@ const char *outcomeOf(const Report::Line &line)
 {
     if (!line.carriedOut)
         return notCarriedOut;
-    return line.failed ? "failed" : "ok";
+    return line.failed() ? "failed" : "ok";
 }
 
 QJsonObject jsonOf(const Report::Line &line, int number)
@@ -130,8 +130,8 @@ QString RehearsalReport::text() const
     out << "Command lines\n";
     int number = 0;
     for (const Report::Line &line : m_Update.lines()) {
-        out << (line.failed ? "  FAILED  " : "  ok      ") << qSetFieldWidth(3) << ++number << qSetFieldWidth(0) << "  "
-            << line.command << '\n';
+        out << (line.failed() ? "  FAILED  " : "  ok      ") << qSetFieldWidth(3) << ++number << qSetFieldWidth(0)
+            << "  " << line.command << '\n';
         for (const QString &entry : describe(line))
             out << "               " << entry << '\n';
     }
@@ -178,7 +178,7 @@ QString RehearsalReport::markdown(const QStringList &pictures) const
     out << "\n## Command lines\n\n";
     int number = 0;
     for (const Report::Line &line : m_Update.lines()) {
-        out << ++number << ". " << (line.failed ? "**FAILED** `" : "ok `") << line.command << "`\n";
+        out << ++number << ". " << (line.failed() ? "**FAILED** `" : "ok `") << line.command << "`\n";
         for (const QString &entry : describe(line))
             out << "    - `" << entry << "`\n";
     }

@@ -13,7 +13,6 @@ const char successMessage[] = "green\tUpdate complete";
 const char failureColour[] = "red\t";
 const char hostPrefix[] = "/run/host/";
 const char erasedByte = '\xFF';
-const int leastFields = 3; // of a recorded change; a call has one more
 
 // Folders of the root file system that hold no installed files.
 const char *const passingFolders[] = {"dev", "proc", "run", "tmp", "root", "mnt/update", "mnt/data"};
@@ -107,19 +106,16 @@ void Report::readCommandLines(const QStringList &commands)
     int next = m_Messages.indexOf(QLatin1String("plain\tExtracting update")) + 1;
     m_FirstLineMessage = next;
     for (const QString &command : commands) {
-        Line line{command, false, false, QStringList(), QStringList(), QList<Call>()};
+        Line line{command, false, QStringList(), QStringList(), QList<Call>()};
         for (; next < end; ++next) {
             const QString text = m_Messages.at(next).section(QLatin1Char('\t'), 1);
             const bool red = m_Messages.at(next).startsWith(QLatin1String(failureColour));
             if (line.carriedOut && beginsLine(text, red))
                 break;
             line.carriedOut = true;
-            if (red) {
-                line.failed = true;
+            if (red)
                 line.messages << text;
-            }
         }
-        line.failed = line.failed || !line.carriedOut;
         m_Lines << line;
         m_LineEnds << next;
     }
@@ -150,11 +146,9 @@ void Report::readChanges()
 {
     for (const QString &record : linesOf(pathOf(InstrumentState::directory / "changes"))) {
         const QStringList fields = record.split(QLatin1Char('\t'));
-        if (fields.size() < leastFields) // the rest of a name that holds a line end
-            continue;
         const int message = fields.at(0).toInt();
         const int line = lineAtMessage(message);
-        if (fields.at(1) == QLatin1String("called") && fields.size() > leastFields) {
+        if (fields.at(1) == QLatin1String("called")) {
             const Call call = {fields.at(3), fields.at(2).toInt()};
             if (line >= 0)
                 m_Lines[line].calls << call;

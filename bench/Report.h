@@ -30,11 +30,12 @@ public:
     struct Line
     {
         QString command;
-        bool failed;
-        bool carriedOut;      ///< false when the update ended before the line, which counts as failed
+        bool carriedOut;      ///< false when the update ended before the line
         QStringList messages; ///< in red
         QStringList changes;  ///< files, flash and boards
         QList<Call> calls;
+
+        bool failed() const { return !carriedOut || !messages.isEmpty(); }
     };
 
     /// What the update as a whole did and left.

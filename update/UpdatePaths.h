@@ -6,8 +6,6 @@
 /// The fixed places of an update on the instrument.
 namespace UpdatePaths {
 
-/// The file that is a PC's drive.
-const QLatin1String backingFile("/mnt/ubiData/backfile");
 const QLatin1String mountPoint("/mnt/update");
 const QLatin1String unpackDirectory("/tmp");
 const QLatin1String packageDirectory("/tmp/firmware_update");

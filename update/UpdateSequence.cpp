@@ -3,11 +3,11 @@
 #include "screens/ScreenTypes.h"
 #include "screens/UpdaterProgressScreen.h"
 #include "update/SystemCommand.h"
-#include "update/UpdatePaths.h"
 
 namespace {
 
-// What a PC is given when there is no backing file.
+// The storage that a PC is given: by choice a file that holds a FAT file system, else the SD card's update partition.
+const QLatin1String backingFile("/mnt/ubiData/backfile");
 const QLatin1String sdCardPartition("/dev/mmcblk0p4");
 
 int run(const char *commandLine)
@@ -81,9 +81,9 @@ void UpdaterProgressScreen::openPcConnection()
     if (run("modprobe fsl_usb2_udc") != 0)
         return endSequence(tr("Failed to initialise USB Device Controller press F1 to return to the main screen\n"));
 
-    if (exportStorage(UpdatePaths::backingFile) == 0) {
+    if (exportStorage(backingFile) == 0) {
         appendLine(tr("Copy the firmware_update_tar.bz2 file to the unit and press F1\n"));
-        currentDevicePart = UpdatePaths::backingFile;
+        currentDevicePart = backingFile;
         m_UpdateState = StatePcConnected;
     } else if (exportStorage(sdCardPartition) == 0) {
         appendLine(tr("Copy the update_firmware.tar.bz2 file to the unit and press F1\n"));
@@ -107,9 +107,9 @@ void UpdaterProgressScreen::closePcConnection()
 
 void UpdaterProgressScreen::updateFromExportedStorage()
 {
-    if (currentDevicePart == UpdatePaths::backingFile) {
+    if (currentDevicePart == backingFile) {
         // The PC sees a disk: its FAT file system begins behind the first 4096 bytes.
-        if (run("losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile") != 0)
+        if (runSystemCommand(QLatin1String("losetup -o 4096 /dev/loop0 ") + backingFile) != 0)
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
         if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));

@@ -8,8 +8,8 @@
 namespace {
 
 const int headerSize = 4;
-const unsigned int startAddressLength = 4;
 const int overheadSize = headerSize + 1; // with the checksum
+const unsigned int startAddressLength = 4;
 
 struct Memory
 {

@@ -54,6 +54,7 @@ void append(const Path &file, const Record &record)
     std::string line;
     for (const std::string &field : record)
         line += (line.empty() ? "" : "\t") + field;
+    std::replace(line.begin(), line.end(), '\n', ' '); // a name or an argument may hold one, and a record is one line
     std::ofstream(file, std::ios::app) << line + "\n";
 }
 
