@@ -1,7 +1,7 @@
 #include <QProcess>
 #include <QtTest>
 
-#include "bench/tools/InstrumentState.h"
+#include "simulator/tools/InstrumentState.h"
 #include "tests/Instrument.h"
 #include "tests/VirtualDisplay.h"
 

@@ -4,13 +4,15 @@
 #include <QTextEdit>
 #include <QtTest>
 
-#include "bench/esa/EsaBoards.h"
-#include "bench/pic/HexRecord.h"
-#include "bench/pic/VirtualBoards.h"
 #include "screens/UpdaterProgressScreen.h"
+#include "simulator/models/esa/EsaBoards.h"
+#include "simulator/models/pic/HexRecord.h"
+#include "simulator/models/pic/VirtualBoards.h"
 #include "tests/DebugLines.h"
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
+
+using namespace simulator;
 
 namespace {
 

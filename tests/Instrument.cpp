@@ -9,8 +9,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include "bench/FileContent.h"
-#include "bench/tools/InstrumentState.h"
+#include "simulator/rehearsal/FileContent.h"
+#include "simulator/tools/InstrumentState.h"
 #include "update/UpdatePaths.h"
 
 namespace {

@@ -1,8 +1,10 @@
 #include <QtTest>
 
-#include "bench/PackageInspection.h"
-#include "bench/pic/HexRecord.h"
+#include "simulator/models/pic/HexRecord.h"
+#include "simulator/rehearsal/PackageInspection.h"
 #include "tests/Instrument.h"
+
+using namespace simulator;
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <QTextEdit>
 #include <QtTest>
 
-#include "bench/PanelAccess.h"
 #include "screens/ScreenTypes.h"
+#include "simulator/panel/PanelAccess.h"
 
 Panel::Panel() : m_Manager(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint), m_Screens(findScreens())
 {

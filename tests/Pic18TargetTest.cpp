@@ -1,6 +1,8 @@
 #include <QtTest>
 
-#include "bench/pic/VirtualBoards.h"
+#include "simulator/models/pic/VirtualBoards.h"
+
+using namespace simulator;
 
 namespace {
 

@@ -7,6 +7,8 @@
 #include "pic/PicPins.h"
 #include "tests/Instrument.h"
 
+using namespace simulator;
+
 PicBench::PicBench(int picNumber, const Pic18Device &device) : m_PicNumber(picNumber)
 {
     VirtualBoards::Devices devices = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4620, &Pic18Device::pic18f4620,

@@ -4,19 +4,19 @@
 #include <QByteArray>
 #include <memory>
 
-#include "bench/pic/HexRecord.h"
-#include "bench/pic/VirtualBoards.h"
 #include "pic/PicProgrammer.h"
+#include "simulator/models/pic/HexRecord.h"
+#include "simulator/models/pic/VirtualBoards.h"
 
 /// New virtual boards with the chosen PIC and its programmer, the other three PICs held in reset as in an update.
 class PicBench
 {
 public:
-    explicit PicBench(int picNumber = 1, const Pic18Device &device = Pic18Device::pic18f4620);
+    explicit PicBench(int picNumber = 1, const simulator::Pic18Device &device = simulator::Pic18Device::pic18f4620);
 
-    VirtualBoards &boards() { return VirtualBoards::installed(); }
-    Pic18Target &target() { return boards().pic(m_PicNumber); }
-    Pic18Memory &memory() { return target().memory(); }
+    simulator::VirtualBoards &boards() { return simulator::VirtualBoards::installed(); }
+    simulator::Pic18Target &target() { return boards().pic(m_PicNumber); }
+    simulator::Pic18Memory &memory() { return target().memory(); }
     PicProgrammer &programmer() { return *m_Programmer; }
 
     /// Begins the erase phase and runs the event loop until it is over. False after an error.

@@ -5,6 +5,8 @@
 #include "tests/Instrument.h"
 #include "tests/PicBench.h"
 
+using namespace simulator;
+
 Q_DECLARE_METATYPE(const Pic18Device *)
 
 namespace {

@@ -3,6 +3,8 @@
 #include "tests/DebugLines.h"
 #include "tests/PicBench.h"
 
+using namespace simulator;
+
 namespace {
 
 /// Bytes in which each differs from its neighbours and from what an erased or absent memory reads.

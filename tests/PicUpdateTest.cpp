@@ -5,11 +5,13 @@
 #include <QtTest>
 #include <unistd.h>
 
-#include "bench/pic/HexRecord.h"
-#include "bench/pic/VirtualBoards.h"
+#include "simulator/models/pic/HexRecord.h"
+#include "simulator/models/pic/VirtualBoards.h"
 #include "tests/DebugLines.h"
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
+
+using namespace simulator;
 
 namespace {
 

@@ -2,13 +2,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bench/PseudoTerminal.h"
 #include "pic/MemoryMap.h"
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicDelay.h"
 #include "screens/UpdaterProgressScreen.h"
+#include "simulator/models/PseudoTerminal.h"
 #include "tests/DebugLines.h"
 #include "tests/Instrument.h"
+
+using namespace simulator;
 
 namespace {
 

@@ -4,10 +4,12 @@
 #include <memory>
 #include <random>
 
-#include "bench/PowerBoardPeer.h"
 #include "serial/PowerBoardManager.h"
 #include "tests/DebugLines.h"
 #include "tests/EventLoop.h"
+#include "tests/PowerBoardPeer.h"
+
+using namespace simulator;
 
 namespace {
 

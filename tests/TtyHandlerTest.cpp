@@ -6,10 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "bench/PseudoTerminal.h"
 #include "serial/TtyHandler.h"
+#include "simulator/models/PseudoTerminal.h"
 #include "tests/DebugLines.h"
 #include "tests/EventLoop.h"
+
+using namespace simulator;
 
 namespace {
 

@@ -6,6 +6,8 @@
 
 #include "tests/PicBench.h"
 
+using namespace simulator;
+
 // Feeds the fuzzer's inputs to the HEX driver as files. It must end, within its percentages, and keep to the memories
 // that a file may change.
 

@@ -1,8 +1,0 @@
-#include "pic/PicDelay.h"
-
-#include "bench/pic/VirtualBoards.h"
-
-void waitFor(PIC_DELAY delay)
-{
-    VirtualBoards::installed().wait(picDelayNanoseconds[delay]);
-}

@@ -1,0 +1,48 @@
+#include "pic/MemoryMappedPinController.h"
+
+#include <QtGlobal>
+
+#include "simulator/models/pic/VirtualBoards.h"
+
+using namespace simulator;
+
+// The pins of the virtual instrument: what the updater loads and stores reaches the virtual boards.
+
+namespace {
+
+void change(unsigned int offset, unsigned int mask, bool set)
+{
+    VirtualBoards &boards = VirtualBoards::installed();
+    const uint32_t word = boards.readRegister(offset);
+    boards.writeRegister(offset, set ? word | mask : word & ~mask);
+}
+
+} // namespace
+
+MemoryMappedPinController::MemoryMappedPinController(unsigned int) : m_MemoryMap(nullptr)
+{
+    Q_UNUSED(m_MemoryMap) // there is no memory to map
+}
+
+MemoryMappedPinController::~MemoryMappedPinController()
+{}
+
+bool MemoryMappedPinController::isMapped() const
+{
+    return true;
+}
+
+void MemoryMappedPinController::setDirection(unsigned int registerOffset, unsigned int pinMask, PIN_DIRECTION direction)
+{
+    change(registerOffset, pinMask, direction == PIN_OUTPUT);
+}
+
+void MemoryMappedPinController::setValue(unsigned int registerOffset, unsigned int pinMask, unsigned char value)
+{
+    change(registerOffset, pinMask, value == 1);
+}
+
+bool MemoryMappedPinController::getValue(unsigned int registerOffset, unsigned int pinMask)
+{
+    return (VirtualBoards::installed().readRegister(registerOffset) & pinMask) != 0;
+}
