@@ -18,7 +18,7 @@ const QEvent::Type PIC_ERASE_EVENT = QEvent::User;
 
 /// Programs one PIC18F4620, 4680, 4682 or 4685 in circuit from an Intel HEX file: ev_pic_begin_erase() erases and
 /// blank-checks it while the event loop runs, after eraseDone() programPic() writes and verifies the file. One
-/// programmer object carries out one such run.
+/// programmer object executes one such run.
 ///
 /// The target never answers a command, so an absent or broken one shows only in the blank check and the verify.
 /// Operations that "enter" start with vEnterIspMode(), whatever the target was doing; the others that talk to the
@@ -37,15 +37,15 @@ public:
 
     // PicProgrammerHex.cpp: the file
 
+    /// Reads the whole file. False, and one debug line with the reason, when it cannot be opened, has a line that is
+    /// rejected (HexRecord), or holds no byte that would be written.
+    static bool bAcceptsFile(const QString &fileName);
     /// Programs and verifies the whole file before it returns. Stops, with debug lines that say why, at the first
-    /// record that does not verify, and before the first that cannot be right: wrong checksum, cut short, of an unknown
-    /// type, with more than 100 data bytes.
+    /// record that does not verify, and before the first line that is rejected (HexRecord).
     void programPic(QString fileName);
     /// Writes the current record to where its address belongs and verifies it if that is program memory. 0, or 1 when
     /// the verify fails.
     unsigned char u8PicWriteRecord();
-    /// How many bytes of a record, from its first on, go into the target; the others are passed over.
-    static unsigned int u32BytesWritten(unsigned int address, unsigned int length);
 
     // PicProgrammer.cpp: the run
 
@@ -142,8 +142,6 @@ private:
     unsigned char u8ReadTablat();
 
     bool bProgramLine(const QByteArray &line, int lineNumber);
-    bool bSetExtendedAddress(const QByteArray &line, int lineNumber, int shift);
-    bool bProgramRecord(const QByteArray &line, int lineNumber);
     unsigned char u8WriteToFlash();
 
     unsigned char au8RecordData[100];

@@ -2,112 +2,21 @@
 
 #include <QDebug>
 #include <QFile>
+#include <cstring>
+
+#include "pic/HexRecord.h"
+#include "pic/PicMemoryMap.h"
 
 namespace {
 
-// Positions in a line, in characters: start code, count, load address, type, data, checksum.
-const char startCode = ':';
-const int countPosition = 1;
-const int addressPosition = 3;
-const int typePosition = 7;
-const int dataPosition = 9;
-const int shortestRecord = 11;
-
-const int startAddressLength = 4;
-
-// About twice the length of the longest record there can be. A longer line is never read whole.
-const int longestLine = 1000;
-
-enum HexRecordType {
-    HEX_DATA = 0x00,
-    HEX_END_OF_FILE = 0x01,
-    HEX_EXTENDED_SEGMENT_ADDRESS = 0x02,
-    HEX_START_SEGMENT_ADDRESS = 0x03,
-    HEX_EXTENDED_LINEAR_ADDRESS = 0x04,
-    HEX_START_LINEAR_ADDRESS = 0x05
-};
-
-// The part of the target that is programmed from a file.
-const unsigned int programMemoryEnd = 0xFFFE;
-const unsigned int configurationBegin = 0x300000;
-const unsigned int lastConfigurationRecord = 0x30000C;
-const unsigned int lastConfigurationByte = 0x30000D;
-const unsigned int rowSize = 64;
-
-int hexDigit(char digit)
+QByteArray readHexLine(QFile *file)
 {
-    if (digit >= '0' && digit <= '9')
-        return digit - '0';
-    if (digit >= 'a' && digit <= 'f')
-        return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F')
-        return digit - 'A' + 10;
-    return -1;
+    return file->readLine(HexRecord::longestLine + 2); // one that is longer is rejected before it is read whole
 }
 
-// 0 for a field that is cut short or not hexadecimal.
-unsigned int hexField(const QByteArray &line, int position, int digits)
+void logRejection(const HexRecord &record, int lineNumber)
 {
-    unsigned int value = 0;
-    for (int i = position; i < position + digits; ++i) {
-        const int digit = i < line.size() ? hexDigit(line.at(i)) : -1;
-        if (digit < 0)
-            return 0;
-        value = value * 16 + static_cast<unsigned int>(digit);
-    }
-    return value;
-}
-
-unsigned char hexByte(const QByteArray &line, int position)
-{
-    return static_cast<unsigned char>(hexField(line, position, 2));
-}
-
-unsigned char checksumOf(const QByteArray &line, int checksumPosition)
-{
-    unsigned int sum = 0;
-    for (int position = countPosition; position < checksumPosition; position += 2)
-        sum += hexByte(line, position);
-    return static_cast<unsigned char>(0x100 - (sum & 0xFF));
-}
-
-bool refuse(int lineNumber, const char *reason)
-{
-    qDebug().nospace() << "hex file refused at line " << lineNumber << ": " << reason;
-    return false;
-}
-
-// A comment, or the end mark of an old editor: no record, and nothing that was meant to be one.
-bool isText(const QByteArray &line)
-{
-    return !line.trimmed().startsWith(startCode) && hexByte(line, countPosition) == 0;
-}
-
-bool isHexadecimal(const QByteArray &line, int begin, int end)
-{
-    for (int position = begin; position < end; ++position) {
-        if (hexDigit(line.at(position)) < 0)
-            return false;
-    }
-    return true;
-}
-
-// A record that acts must be all there, and as it was when its checksum was made.
-bool isSound(const QByteArray &line, int lineNumber)
-{
-    const int checksumPosition = dataPosition + 2 * hexByte(line, countPosition);
-    const int end = checksumPosition + 2;
-    if (line.trimmed().size() < end)
-        return refuse(lineNumber, "shorter than its data byte count");
-    if (!isHexadecimal(line, countPosition, end))
-        return refuse(lineNumber, "a digit that is none");
-    const unsigned int computed = checksumOf(line, checksumPosition);
-    const unsigned int stated = hexByte(line, checksumPosition);
-    if (computed == stated)
-        return true;
-    qDebug().nospace() << "hex file refused at line " << lineNumber << ": checksum computed: " << computed
-                       << ", in the record: " << stated;
-    return false;
+    qDebug().nospace() << "hex file rejected at line " << lineNumber << ": " << qPrintable(record.reason);
 }
 
 // The bytes count one more a line than text mode delivers: right for CR LF line ends, too many for LF alone.
@@ -117,6 +26,33 @@ int percentOf(qint64 bytesConsumed, qint64 fileSize)
 }
 
 } // namespace
+
+bool PicProgrammer::bAcceptsFile(const QString &fileName)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+        qDebug().nospace() << "Failed to open hex file: " << fileName;
+        return false;
+    }
+    unsigned int extendedAddress = 0;
+    bool holdsBytes = false;
+    for (int lineNumber = 1; !file.atEnd(); ++lineNumber) {
+        const HexRecord record(readHexLine(&file));
+        if (record.kind == HexRecord::Rejected) {
+            logRejection(record, lineNumber);
+            return false;
+        }
+        if (record.isExtendedAddress())
+            extendedAddress = record.extendedAddress();
+        else if (record.isData())
+            holdsBytes |= HexRecord::destinationOf(record.address + extendedAddress,
+                                                   static_cast<unsigned int>(record.data.size()))
+                              .count > 0;
+    }
+    if (!holdsBytes)
+        qDebug().nospace() << "hex file rejected: no byte for a PIC in " << fileName;
+    return holdsBytes;
+}
 
 void PicProgrammer::programPic(QString fileName)
 {
@@ -134,7 +70,7 @@ void PicProgrammer::programPic(QString fileName)
     u32ExtendedAddress = 0;
     bProgrammed = true;
     for (int lineNumber = 1; !pHexFile->atEnd(); ++lineNumber) {
-        const QByteArray line = pHexFile->readLine(longestLine + 2);
+        const QByteArray line = readHexLine(pHexFile);
         bProgrammed = bProgramLine(line, lineNumber);
         if (!bProgrammed)
             break;
@@ -150,55 +86,18 @@ void PicProgrammer::programPic(QString fileName)
 // False when the run must not go on.
 bool PicProgrammer::bProgramLine(const QByteArray &line, int lineNumber)
 {
-    if (line.isEmpty())
-        return refuse(lineNumber, "cannot be read");
-    if (line.size() > longestLine)
-        return refuse(lineNumber, "longer than any record");
-    if (isText(line))
-        return true;
-    if (line.trimmed().size() < shortestRecord)
-        return refuse(lineNumber, "shorter than any record");
-
-    u8RecordLength = hexByte(line, countPosition);
-    switch (hexByte(line, typePosition)) {
-    case HEX_DATA:
-        return bProgramRecord(line, lineNumber);
-    case HEX_EXTENDED_LINEAR_ADDRESS:
-        return bSetExtendedAddress(line, lineNumber, 16);
-    case HEX_EXTENDED_SEGMENT_ADDRESS:
-        return bSetExtendedAddress(line, lineNumber, 4);
-    // A data record whose type was damaged must not pass for one of these.
-    case HEX_END_OF_FILE:
-        return u8RecordLength == 0 || refuse(lineNumber, "end of file with data bytes");
-    case HEX_START_SEGMENT_ADDRESS:
-    case HEX_START_LINEAR_ADDRESS:
-        return u8RecordLength == startAddressLength || refuse(lineNumber, "no start address");
-    default:
-        return refuse(lineNumber, "unknown record type");
+    const HexRecord record(line);
+    if (record.kind == HexRecord::Rejected) {
+        logRejection(record, lineNumber);
+        return false;
     }
-}
-
-bool PicProgrammer::bSetExtendedAddress(const QByteArray &line, int lineNumber, int shift)
-{
-    if (u8RecordLength != 2)
-        return refuse(lineNumber, "no extended address");
-    if (!isSound(line, lineNumber))
-        return false;
-    u32ExtendedAddress = hexField(line, dataPosition, 4) << shift;
-    return true;
-}
-
-bool PicProgrammer::bProgramRecord(const QByteArray &line, int lineNumber)
-{
-    if (u8RecordLength > sizeof au8RecordData)
-        return refuse(lineNumber, "too many data bytes");
-    if (!isSound(line, lineNumber))
-        return false;
-    if (u8RecordLength == 0)
+    if (record.isExtendedAddress())
+        u32ExtendedAddress = record.extendedAddress();
+    if (!record.isData() || record.data.isEmpty())
         return true;
-    u32RecordAddress = hexField(line, addressPosition, 4) + u32ExtendedAddress;
-    for (int i = 0; i < u8RecordLength; ++i)
-        au8RecordData[i] = hexByte(line, dataPosition + 2 * i);
+    u8RecordLength = static_cast<unsigned char>(record.data.size());
+    u32RecordAddress = record.address + u32ExtendedAddress;
+    memcpy(au8RecordData, record.data.constData(), u8RecordLength);
     if (u8PicWriteRecord() == 0)
         return true;
     qDebug() << "u8PicWriteRecord error";
@@ -210,21 +109,12 @@ bool PicProgrammer::bProgramRecord(const QByteArray &line, int lineNumber)
 
 unsigned char PicProgrammer::u8PicWriteRecord()
 {
-    const unsigned int count = u32BytesWritten(u32RecordAddress, u8RecordLength);
-    if (count > 0 && u32RecordAddress < configurationBegin)
+    const HexRecord::Destination destination = HexRecord::destinationOf(u32RecordAddress, u8RecordLength);
+    if (destination.memory == HexRecord::ProgramMemory && destination.count > 0)
         return u8WriteToFlash();
-    for (unsigned int i = 0; i < count; ++i)
+    for (unsigned int i = 0; i < destination.count; ++i)
         vProgramPicConfig(u32RecordAddress + i, au8RecordData[i]);
     return 0;
-}
-
-unsigned int PicProgrammer::u32BytesWritten(unsigned int address, unsigned int length)
-{
-    if (quint64(address) + length <= programMemoryEnd)
-        return length;
-    if (address < configurationBegin || address > lastConfigurationRecord)
-        return 0;
-    return qMin(length, lastConfigurationByte + 1 - address);
 }
 
 // The target takes pairs of bytes at even addresses, at most a row at a time. A record's odd start or end is filled up
@@ -253,7 +143,7 @@ unsigned char PicProgrammer::u8WriteToFlash()
     }
 
     for (unsigned int offset = 0; offset < length;) {
-        const unsigned int chunk = qMin(rowSize - address % rowSize, length - offset);
+        const unsigned int chunk = qMin(PicMemoryMap::rowSize - address % PicMemoryMap::rowSize, length - offset);
         vProgramPicFlash(address, static_cast<unsigned char>(chunk), buffer + offset);
         offset += chunk;
         address += chunk;

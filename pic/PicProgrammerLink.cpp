@@ -2,13 +2,13 @@
 
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicInstructions.h"
+#include "pic/PicMemoryMap.h"
 #include "pic/PicPins.h"
 
 using namespace PicInstructions;
 
 namespace {
 
-const unsigned int deviceIdAddress = 0x3FFFFE;
 const unsigned short revisionMask = 0x1F;
 const unsigned short pic18f4620 = 0x0C00;
 
@@ -183,7 +183,7 @@ void PicProgrammer::vRestoreIo()
 
 unsigned short PicProgrammer::u16ReadDeviceId()
 {
-    vSetCoreAddress(deviceIdAddress);
+    vSetCoreAddress(PicMemoryMap::deviceId);
     const unsigned char low = u8ReadNextAddress();
     const unsigned char high = u8ReadNextAddress();
     return static_cast<unsigned short>(high * 256 + low);

@@ -5,8 +5,10 @@
 #include <QEvent>
 
 #include "pic/PicInstructions.h"
+#include "pic/PicMemoryMap.h"
 
 using namespace PicInstructions;
+using namespace PicMemoryMap;
 
 unsigned char au8EepromCopy[1024];
 unsigned char au8ReadPicData[16];
@@ -20,10 +22,6 @@ namespace {
 
 const unsigned char writeInProgress = 0x02; // WR of EECON1
 
-const unsigned int configurationAddress = 0x300000;
-const unsigned int highEraseKeyAddress = 0x3C0005;
-const unsigned int lowEraseKeyAddress = 0x3C0004;
-
 // Boot block and code blocks 0 to 3: all program memory of a 64 KiB device.
 const struct
 {
@@ -31,9 +29,7 @@ const struct
     unsigned char low;
 } eraseKeys[] = {{0x00, 0x81}, {0x01, 0x80}, {0x02, 0x80}, {0x04, 0x80}, {0x08, 0x80}};
 
-const unsigned int programMemorySize = 0x10000;
 const unsigned int blankCheckSize = 0x200;
-const unsigned int rowSize = 64;
 const int rowsPerErase = 8;
 const unsigned char erasedByte = 0xFF;
 
@@ -73,10 +69,10 @@ void PicProgrammer::ev_pic_erase_next_block()
 // are more than its 5 ms.
 void PicProgrammer::vPicBulkErase(unsigned char keyHigh, unsigned char keyLow)
 {
-    vSetCoreAddress(highEraseKeyAddress);
+    vSetCoreAddress(eraseKeyHigh);
     vWriteCmd(tableWrite);
     vWriteOperand(keyHigh, keyHigh);
-    vSetCoreAddress(lowEraseKeyAddress);
+    vSetCoreAddress(eraseKeyLow);
     vWriteCmd(tableWrite);
     vWriteOperand(keyLow, keyLow);
     vWriteCore(noOperation);
@@ -159,7 +155,7 @@ void PicProgrammer::vReadPicRecord(unsigned int address)
 
 void PicProgrammer::vReadDeviceConfig()
 {
-    vSetCoreAddress(configurationAddress);
+    vSetCoreAddress(configurationBegin);
     for (unsigned char &byte : au8DeviceConfig)
         byte = u8ReadNextAddress();
 }

@@ -15,7 +15,8 @@ namespace {
 
 const unsigned int settleSeconds = 1; // for the boards, once their PICs stand still
 
-// Only the chosen PIC may listen on the shared lines, and no other may move anything while the instrument is in parts.
+// Only the chosen PIC may listen on the shared lines, and no other may move anything while the
+// instrument is only partly updated.
 void holdAllPicsInReset()
 {
     MemoryMappedPinController pinController(pinControlBlock);
@@ -27,15 +28,17 @@ void holdAllPicsInReset()
 } // namespace
 
 /// Programs PIC 1 to 4 with the HEX file `fileName` of the package. Returns 0 when it is erased, programmed with the
-/// whole file and verified, else -1. The PICs stay as they are then: a half-updated instrument must not start to move.
+/// whole file and verified, else -1. The file is judged before the first pin moves: a rejected one costs no PIC its
+/// program. The PICs stay as they are at the end: an instrument that is only partly updated must not start to move.
 int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
 {
     m_UpdateFileName = UpdatePaths::packageDirectory + fileName;
-    if (!QFileInfo(m_UpdateFileName).isFile()) { // a folder must not cost the PIC its program
-
+    if (!QFileInfo(m_UpdateFileName).isFile()) {
         qDebug().nospace() << "Failed to find hex file: " << m_UpdateFileName;
         return -1;
     }
+    if (!PicProgrammer::bAcceptsFile(m_UpdateFileName))
+        return -1;
 
     holdAllPicsInReset();
     sleep(settleSeconds);

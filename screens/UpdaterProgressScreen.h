@@ -8,13 +8,12 @@
 
 #include "serial/EsaBoard.h"
 #include "ui_UpdaterProgressScreen.h"
+#include "update/SystemType.h"
 
 class PicProgrammer;
 class QFile;
 class TtyHandler;
-
-/// Which root file system the package is for.
-enum SYSTEM_TYPE { SYSTEM_SDCARD = 0, SYSTEM_NAND = 1, SYSTEM_UNKNOWN = 2 };
+struct UpdateLine;
 
 /// What the next press of F1 does.
 enum UPDATE_STATE {
@@ -33,11 +32,6 @@ class UpdaterProgressScreen : public QWidget
 
 public:
     UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags);
-
-    /// The keywords of update_config that count only as a whole.
-    static QStringList commandKeywords();
-    /// The words that make a board command of every keyword that holds one of them.
-    static QStringList boardCommandWords();
 
     /// Sends the image `fileName` of the package to `board` as its application or EEPROM. Returns when the update has
     /// ended: 0 when the board has acknowledged every block, else -1.
@@ -94,31 +88,20 @@ private:
     void cleanUpMedium();
 
     // update/CommandInterpreter.cpp: update_config, line by line. The bool results are false when a line failed.
-    struct Command;
-    static const Command commands[];
     bool processCommandList(QStringList commandLines);
-    bool processCommandLine(const QString &commandLine);
+    bool processCommandLine(const UpdateLine &line);
+    bool processApp(const UpdateLine &line, const QString &failureText);
+    bool processImage(const UpdateLine &line, const QString &failureText);
+    int updateKernel(const QString &fileName);
+    int runScript(const QString &commandLine);
     void finaliseUpdate();
-    bool processSystem(const QString &argument);
-    bool processApp(const QString &argument);
-    bool processKernel(const QString &argument);
-    bool processImage(const QString &argument);
-    bool processFile(const QString &argument);
-    bool processScript(const QString &argument);
-    QString remountCommand() const;
 
     // update/Writers.cpp: each runs its tools until the first that fails; 0 when all succeeded, else -1
     int updateSDCARDKernel(QString fileName);
     int updateNANDKernel(QString fileName);
     int updateUbiImage(QString fileName);
     int updateRootfs(QString fileName);
-
-    // update/BoardCommands.cpp: the lines for the microcontrollers
-    struct EsaCommand;
-    static const EsaCommand esaCommands[];
-    bool processBoardCommand(const QString &keyword, const QString &argument, bool *known);
-    bool processPic(const QString &keyword, const QString &argument);
-    bool processEsa(const EsaCommand &command, const QString &argument);
+    QString remountCommand() const;
 
     // pic/PicUpdate.cpp
     int updatePic(int picNumber, QString fileName);

@@ -77,6 +77,10 @@ private slots:
     void disabledPicLineTouchesNothing();
     void numberBehindTheWordSaysWhichPic_data();
     void numberBehindTheWordSaysWhichPic();
+    void fileIsJudgedBeforeTheFirstPinMoves_data();
+    void fileIsJudgedBeforeTheFirstPinMoves();
+    void fileWithoutAByteForThePicIsRejected_data();
+    void fileWithoutAByteForThePicIsRejected();
     void eraseFailureIsShownAndTheNextLineGoesOn();
     void verifyFailureFailsTheLine();
 
@@ -213,6 +217,119 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic()
     QCOMPARE(update(&panel, line, {{"pic.hex", hexFile('a')}}), QStringList() << announcement << failure);
     const QString path = "/tmp/firmware_update" + QString(line).section(':', 1);
     QVERIFY(DebugLines::take().contains("Failed to find hex file: \"" + path + "\""));
+    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+}
+
+// Files of one record for 0x0000, the line or lines of the row, and one record for 0x0100.
+void PicUpdateTest::fileIsJudgedBeforeTheFirstPinMoves_data()
+{
+    struct Case
+    {
+        const char *name;
+        QByteArray lines;
+        const char *reason; ///< null when the PIC is programmed
+    };
+    const QByteArray bytes("0123456789abcdef");
+    const QByteArray good = hexRecord(0x00, 0x40, bytes);
+    const QByteArray sixteen = good.trimmed();
+    const QByteArray end = ":00000001FF";
+    const Case cases[] = {
+        {"second record", end + ":020000040000FA\n", "a second record on the line"},
+        {"second record after a blank", sixteen + " " + good, "a second record on the line"},
+        {"second record without its colon", sixteen + good.mid(1), "a second record on the line"},
+        {"second record cut short", sixteen + ":0200\n", "a second record on the line"},
+        {"two records after another first character", ";" + sixteen.mid(1) + good, "a second record on the line"},
+        {"type damaged to 01", hexRecord(0x01, 0x40, bytes), "end-of-file record with data bytes"},
+        {"type damaged to 03", ":0400000352EF00F0CB\n", "checksum computed: 200, in the record: 203"},
+        {"type damaged to 05", hexRecord(0x05, 0x40, bytes), "start address record without 4 data bytes"},
+        {"end of file with a wrong sum", hexRecord(0x01, 0, "", "\n", 1), "checksum computed: 255, in the record: 0"},
+        {"no colon", good.mid(1), "a record without its ':'"},
+        {"no colon, with blanks", "  " + sixteen.mid(1) + " \n", "a record without its ':'"},
+        {"blank before the colon", " " + good, "something before the ':' of a record"},
+        {"blank before a record cut short", "\t:0200\n", "something before the ':' of a record"},
+        {"byte-order mark", "\xEF\xBB\xBF" + good, "something before the ':' of a record"},
+        {"text before the colon", "x" + good, "something before the ':' of a record"},
+        {"NUL bytes", QByteArray(":\0000\0", 5) + "\n", "NUL byte"},
+        {"NUL byte after a record", sixteen + QByteArray(1, '\0') + "\n", "NUL byte"},
+        {"wrong sum", hexRecord(0x00, 0x40, "\x01", "\r\n", 1), "checksum computed: 190, in the record: 191"},
+        {"wrong sum of no bytes", hexRecord(0x00, 0x40, "", "\n", 1), "checksum computed: 192, in the record: 193"},
+        {"letter in the data", QByteArray(good).replace(12, 1, "G"), "not a hexadecimal digit"},
+        {"letter in the count", QByteArray(good).replace(2, 1, "G"), "not a hexadecimal digit"},
+        {"cut in the sum", good.left(42) + "\n", "shorter than its data byte count"},
+        {"cut in the data", good.left(20) + "\n", "shorter than its data byte count"},
+        {"cut in the address", good.left(6) + "\n", "shorter than any record"},
+        {"101 bytes", hexRecord(0x00, 0x40, QByteArray(101, 'x')), "more than 100 data bytes"},
+        {"unknown type", hexRecord(0x06, 0x40, bytes), "unknown record type"},
+        {"address of one byte", hexRecord(0x04, 0, "\x30"), "extended address record without 2 data bytes"},
+        {"segment of no bytes", hexRecord(0x02, 0, ""), "extended address record without 2 data bytes"},
+        {"line too long", sixteen + QByteArray(1000, ' ') + "\n", "longer than any record"},
+
+        {"blank lines", "\r\n\n   \n\t\r\n", nullptr},
+        {"comments", "; built 12:30:00\n;added\n2014\n;PIC18F4620\n# 10\n", nullptr},
+        {"comment with a checksum of its own", "; CRC:1A2B3C4D\n", nullptr},
+        {"byte-order mark before a comment", "\xEF\xBB\xBF;added\n", nullptr},
+        {"another first character", ";" + good.mid(1), nullptr},
+        {"text after a record", sixteen + " ; start 12:30\n", nullptr},
+        {"blanks after a record", sixteen + "  \t\r\n", nullptr},
+        {"DOS end mark after a record", sixteen + "\x1A\n", nullptr},
+        {"DOS end mark alone", "\x1A\n", nullptr},
+        {"end of file, and lines after it", end + "\r\n", nullptr},
+        {"start addresses", hexRecord(0x03, 0, "\1\2\3\4") + hexRecord(0x05, 0, "\1\2\3\4"), nullptr},
+        {"lower case", good.toLower(), nullptr},
+        {"record of no bytes", hexRecord(0x00, 0x40, ""), nullptr},
+    };
+    QTest::addColumn<QByteArray>("lines");
+    QTest::addColumn<QString>("reason");
+    for (const Case &row : cases)
+        QTest::newRow(row.name) << row.lines << QString::fromLatin1(row.reason);
+}
+
+void PicUpdateTest::fileIsJudgedBeforeTheFirstPinMoves()
+{
+    QFETCH(QByteArray, lines);
+    QFETCH(QString, reason);
+    const QByteArray before(0x10000, '\x55');
+    VirtualBoards::installed().pic(1).memory().programMemory() = before;
+    Panel panel;
+    const DebugLines debug;
+    const QStringList messages =
+        update(&panel, "PIC1:/pic.hex\n",
+               {{"pic.hex", hexRecord(0x00, 0, "first ..") + lines + hexRecord(0x00, 0x100, "last ...")}});
+    const QStringList rejections = DebugLines::take().filter("hex file rejected");
+    if (reason.isEmpty()) {
+        QCOMPARE(rejections, QStringList());
+        QCOMPARE(messages.last(), QString("orange: 100%"));
+        QVERIFY(programMemory(1).startsWith("first .."));
+        QCOMPARE(programMemory(1).mid(0x100, 8), QByteArray("last ..."));
+        QVERIFY(programMemory(1).endsWith("\xFF"));
+    } else {
+        QCOMPARE(rejections, QStringList("hex file rejected at line 2: " + reason));
+        QCOMPARE(messages, QStringList({"Updating PIC 1 with file: /pic.hex",
+                                        "red: Failed - Updating PIC[1] with file /pic.hex"}));
+        QVERIFY(programMemory(1) == before);
+        QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+    }
+}
+
+void PicUpdateTest::fileWithoutAByteForThePicIsRejected_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("text") << QByteArray("<html>\nnot found\n");
+    QTest::newRow("end of file") << hexRecord(0x01, 0, "");
+    QTest::newRow("EEPROM only") << hexRecord(0x04, 0, QByteArray("\x00\xF0", 2)) + hexRecord(0x00, 0, "0123");
+    QTest::newRow("record of no bytes") << hexRecord(0x00, 0, "");
+}
+
+void PicUpdateTest::fileWithoutAByteForThePicIsRejected()
+{
+    QFETCH(QByteArray, content);
+    Panel panel;
+    const DebugLines debug;
+    QCOMPARE(update(&panel, "PIC1:/pic.hex\n", {{"pic.hex", content}}).last(),
+             QString("red: Failed - Updating PIC[1] with file /pic.hex"));
+    QCOMPARE(DebugLines::take().filter("hex file rejected"),
+             QStringList("hex file rejected: no byte for a PIC in \"/tmp/firmware_update/pic.hex\""));
     QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
 }
 

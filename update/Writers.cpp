@@ -48,3 +48,17 @@ int UpdaterProgressScreen::updateRootfs(QString fileName)
 {
     return runInOrder(QStringList() << remountCommand() << QLatin1String("cp -a /tmp/firmware_update%1 %1"), fileName);
 }
+
+/// The command that makes the root file system writable. It is empty, and fails, for an unknown system type.
+QString UpdaterProgressScreen::remountCommand() const
+{
+    switch (m_SystemType) {
+    case SYSTEM_SDCARD:
+        return QLatin1String("mount / -o remount,rw");
+    case SYSTEM_NAND:
+        return QLatin1String("mount ubi0:rootfs -o remount,rw");
+    case SYSTEM_UNKNOWN:
+        break;
+    }
+    return QString();
+}

@@ -6,9 +6,9 @@
 #include <algorithm>
 
 #include "pic/PicPins.h"
-#include "screens/UpdaterProgressScreen.h"
 #include "simulator/models/pic/HexFile.h"
 #include "simulator/rehearsal/FileContent.h"
+#include "update/UpdateLine.h"
 #include "update/UpdatePaths.h"
 
 using namespace simulator;
@@ -30,10 +30,14 @@ const char programMagic[] = "\177ELF";
 // The tool that writes the image waits under this name in the folder to which the image is copied.
 const char imageToolPath[] = "/ubiformat";
 
+UpdateLine::Kind kindOf(const QString &keyword)
+{
+    return UpdateLine(keyword + QLatin1Char(':')).kind;
+}
+
 bool isBoardCommand(const QString &keyword)
 {
-    const QStringList words = UpdaterProgressScreen::boardCommandWords();
-    return std::any_of(words.begin(), words.end(), [&keyword](const QString &word) { return keyword.contains(word); });
+    return kindOf(keyword) == UpdateLine::Pic || kindOf(keyword) == UpdateLine::Esa;
 }
 
 int picNumberOf(const QString &keyword)
@@ -60,15 +64,10 @@ bool isOneEditAway(const QString &left, const QString &right)
 
 QStringList writableKeywords()
 {
-    QStringList keywords = UpdaterProgressScreen::commandKeywords();
-    for (int number = 1; number <= picCount; ++number)
-        keywords << QLatin1String(picWord) + QString::number(number);
-    const QStringList boardWords = UpdaterProgressScreen::boardCommandWords();
-    for (const QString &word : boardWords) {
-        if (word != QLatin1String(picWord))
-            keywords << word;
-    }
-    return keywords;
+    return QString::fromLatin1(
+               "SYSTEM APP KERNEL IMAGE FILE SCRIPT PIC1 PIC2 PIC3 PIC4 ESA_IO_APP ESA_M_APP ESA_IO_EEP "
+               "ESA_M_EEP")
+        .split(QLatin1Char(' '));
 }
 
 /// "; did you mean KERNEL?", or nothing when no keyword is near. Letter case and blanks are no distance.
@@ -129,7 +128,7 @@ void PackageInspection::inspectLine(const QString &line)
                                           : QString::fromLatin1("%1 colons in place of one").arg(pieces.size() - 1));
     }
     const QString &keyword = pieces.at(0);
-    if (!UpdaterProgressScreen::commandKeywords().contains(keyword) && !isBoardCommand(keyword))
+    if (kindOf(keyword) == UpdateLine::Unknown)
         return addMistake("unknown keyword", keyword + QLatin1String(" is no keyword") + suggestionFor(keyword));
     if (keyword == QLatin1String(systemKeyword))
         return inspectSystem(pieces.at(1));

@@ -1,7 +1,6 @@
 #ifndef SIMULATOR_MODELS_PIC_HEXFILE_H
 #define SIMULATOR_MODELS_PIC_HEXFILE_H
 
-#include <QByteArray>
 #include <QList>
 #include <QString>
 
@@ -28,12 +27,10 @@ public:
     int badLine() const { return m_BadLine; }
 
 private:
-    bool take(const QByteArray &line);
     void takeData(unsigned int address, unsigned int length);
 
     QList<Range> m_Written;
     QList<Range> m_PassedOver;
-    unsigned int m_ExtendedAddress = 0;
     int m_BadLine = 0;
 };
 
