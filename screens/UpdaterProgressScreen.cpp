@@ -29,6 +29,7 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     m_EsaUpdateFinished = false;
     m_EsaUpdateSucceeded = false;
     m_EsaPacketNumber = 0;
+    m_LoopDeviceAttached = false;
     m_EsaReplyTimer.setSingleShot(true);
     makePrecise(&m_EsaReplyTimer);
 

@@ -77,6 +77,7 @@ private:
     void openPcConnection();
     void closePcConnection();
     void updateFromExportedStorage();
+    bool attachLoopDevice();
     void updateFromMemoryStick();
     void updateFromSdCard();
     bool mountMemoryStick();
@@ -86,6 +87,7 @@ private:
     void performUpdate();
     void abandonUpdate(const QString &failureText);
     void cleanUpMedium();
+    void detachLoopDevice();
 
     // update/CommandInterpreter.cpp: update_config, line by line. The bool results are false when a line failed.
     bool processCommandList(QStringList commandLines);
@@ -111,8 +113,8 @@ private:
     void enterBootLoaderOnce(ESA_BOARD_ID board);
     void waitForEndOfEsaUpdate();
     void endEsaUpdate(bool succeeded);
-    QByteArray makeEsaPacket(const QByteArray &block) const;
-    static quint16 calcrc(const char *data, int length);
+    QByteArray makeEsaPacket(QByteArray block);
+    int calcrc(char *bytes, int length);
 
     Ui_UpdaterProgressScreen ui;
     int m_UpdateType;
@@ -128,11 +130,12 @@ private:
     bool m_EsaUpdateFinished;
     bool m_EsaUpdateSucceeded;
     quint8 m_EsaPacketNumber;
-    QTimer m_EsaReplyTimer; ///< runs out when a board has been silent for too long
     bool m_PicUpdateEnabled;
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;
     QString currentDevicePart; ///< the storage that the PC was last given
+    bool m_LoopDeviceAttached; ///< this program left the loop device attached
+    QTimer m_EsaReplyTimer;    ///< ends when a board has been silent for too long
 };
 
 #endif

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QFile>
+#include <QFileInfo>
 #include <QtDebug>
 
 #include "pic/MemoryMappedPinController.h"
@@ -11,12 +12,6 @@
 #include "update/UpdatePaths.h"
 
 namespace {
-
-// The board select pin: bank 4, pin 10. Low reaches the IO board, high the Measurement board. The boards wire it to the
-// MCLR of PIC 1 as well, so that selecting the Measurement board lets PIC 1 out of reset.
-const unsigned int selectOutputRegister = 0x740;
-const unsigned int selectDirectionRegister = 0xB40;
-const unsigned int selectPinMask = 1U << 10;
 
 // What the boot loader is told.
 const char enterBootLoader = 'B';
@@ -31,8 +26,8 @@ const char negativeAcknowledge = 0x15;
 const char receiverReady = 'C';
 const char padding = 0x1A;
 const int blockSize = 128;
-const quint16 crcPolynomial = 0x1021;
-const quint16 crcTopBit = 0x8000;
+const int crcPolynomial = 0x1021;
+const int crcTopBit = 0x8000;
 
 // A board may first have to erase its flash; after that it answers within the time of a few blocks.
 const int receiverTimeoutMs = 30000;
@@ -42,8 +37,9 @@ const int replyTimeoutMs = 10000;
 bool selectBoard(ESA_BOARD_ID board)
 {
     MemoryMappedPinController pinController(pinControlBlock);
-    pinController.setDirection(selectDirectionRegister, selectPinMask, MemoryMappedPinController::PIN_OUTPUT);
-    pinController.setValue(selectOutputRegister, selectPinMask, board == ESA_IO_BOARD ? 0 : 1);
+    pinController.setDirection(esaSelectPin.directionRegister, esaSelectPin.mask,
+                               MemoryMappedPinController::PIN_OUTPUT);
+    pinController.setValue(esaSelectPin.outputRegister, esaSelectPin.mask, board == ESA_IO_BOARD ? 0 : 1);
     return pinController.isMapped();
 }
 
@@ -65,23 +61,25 @@ int UpdaterProgressScreen::updateESA(QString fileName, ESA_BOARD_ID board, ESA_U
         return -1;
     }
     QFile file(m_UpdateFileName);
-    if (!file.open(QIODevice::ReadOnly)) {
+    if (!QFileInfo(m_UpdateFileName).isFile() || !file.open(QIODevice::ReadOnly)) { // the open of a FIFO would block
         qDebug().nospace() << "Failed to open ESA file: " << qPrintable(m_UpdateFileName);
         return -1;
     }
 
-    discardStrayBytes();
     if (!selectBoard(board))
         return -1;
+    discardStrayBytes();
     m_EsaFile = &file;
     enterBootLoaderOnce(board);
     m_TtyHandler->sendByteArray(QByteArray(1, updateType == ESA_EEPROM ? receiveEeprom : receiveApplication));
     waitForEndOfEsaUpdate();
+    m_TtyHandler->drain(); // the select pin must not move while a byte is on the wire
     m_EsaFile = nullptr;
     return m_EsaUpdateSucceeded ? 0 : -1;
 }
 
-/// What came between two updates is from the other board or from an earlier transfer, and must not start this one.
+/// What arrived before the select pin moved is from the other board or from an earlier transfer, and must not start
+/// this one.
 void UpdaterProgressScreen::discardStrayBytes()
 {
     const QByteArray strayBytes = m_TtyHandler->readAll();
@@ -150,9 +148,9 @@ void UpdaterProgressScreen::sendNextESAPacket()
     m_EsaReplyTimer.start(replyTimeoutMs);
 }
 
-QByteArray UpdaterProgressScreen::makeEsaPacket(const QByteArray &block) const
+QByteArray UpdaterProgressScreen::makeEsaPacket(QByteArray block)
 {
-    const quint16 crc = calcrc(block.constData(), block.size());
+    const int crc = calcrc(block.data(), block.size());
     QByteArray packet;
     packet.append(startOfHeader);
     packet.append(static_cast<char>(m_EsaPacketNumber));
@@ -171,17 +169,14 @@ void UpdaterProgressScreen::endEsaUpdate(bool succeeded)
 }
 
 /// CRC-16/XMODEM: polynomial 0x1021, from 0, most significant bit first.
-quint16 UpdaterProgressScreen::calcrc(const char *data, int length)
+int UpdaterProgressScreen::calcrc(char *bytes, int length)
 {
-    quint16 crc = 0;
+    int crc = 0;
     for (int index = 0; index < length; ++index) {
-        crc = static_cast<quint16>(crc ^ (static_cast<unsigned char>(data[index]) << 8));
-        for (int bit = 0; bit < 8; ++bit) {
-            const bool carry = (crc & crcTopBit) != 0;
-            crc = static_cast<quint16>(crc << 1);
-            if (carry)
-                crc ^= crcPolynomial;
-        }
+        crc ^= static_cast<unsigned char>(bytes[index]) << 8;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = (crc & crcTopBit) != 0 ? (crc << 1) ^ crcPolynomial : crc << 1;
+        crc &= 0xFFFF;
     }
     return crc;
 }

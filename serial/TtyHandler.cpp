@@ -20,7 +20,7 @@ void logFailure(const char *label, const QByteArray &port)
 } // namespace
 
 TtyHandler::TtyHandler(const QString &device, QObject *parent)
-    : QIODevice(parent), m_FileDescriptor(-1), m_Termios(), m_Notifier(nullptr)
+    : QIODevice(parent), m_FileDescriptor(-1), m_Termios(), m_Notifier(nullptr), m_BytesDropped(false)
 {
     const QByteArray path = device.toLocal8Bit();
 
@@ -34,6 +34,7 @@ TtyHandler::TtyHandler(const QString &device, QObject *parent)
 
     m_FileDescriptor = ::open(path.constData(), O_RDWR | O_NOCTTY);
     if (isOpened()) {
+        fcntl(m_FileDescriptor, F_SETFD, FD_CLOEXEC); // a tool that outlives its call must not read the boards' replies
         tcflush(m_FileDescriptor, TCIFLUSH);
         if (tcsetattr(m_FileDescriptor, TCSANOW, &m_Termios) != 0)
             logFailure("Failed to set serial port: ", path + ": ");
@@ -62,18 +63,38 @@ void TtyHandler::sendByteArray(QByteArray data)
         writeData(data.constData(), data.size());
 }
 
+void TtyHandler::drain()
+{
+    if (isOpened())
+        tcdrain(m_FileDescriptor);
+}
+
 void TtyHandler::notify(int)
 {
     // A port that is gone counts as readable for ever, and the event loop would do nothing else any more.
-    if (isHungUp()) {
+    if (events(0) & POLLHUP) {
         qDebug() << "Serial port hung up";
         m_Notifier->setEnabled(false);
     }
     emit readyRead();
+    if (receivers(SIGNAL(readyRead())) == 0)
+        dropUnread();
+}
+
+// Bytes that nobody reads would keep the notifier, and so a core, busy.
+void TtyHandler::dropUnread()
+{
+    const QByteArray bytes = readAll();
+    if (!m_BytesDropped)
+        qDebug().nospace() << "Serial port: dropped what nobody reads: " << bytes.toHex().constData();
+    m_BytesDropped = true;
 }
 
 qint64 TtyHandler::readData(char *data, qint64 maxSize)
 {
+    // A port that is no terminal, or has lost its settings, would block the panel in a read without bytes.
+    if (isOpened() && events(POLLIN) == 0)
+        return 0;
     return ::read(m_FileDescriptor, data, static_cast<size_t>(maxSize));
 }
 
@@ -92,8 +113,9 @@ bool TtyHandler::isOpened() const
     return m_FileDescriptor > 0;
 }
 
-bool TtyHandler::isHungUp() const
+/// Which of `wanted` the port is ready for, and whether it hung up or failed.
+short TtyHandler::events(short wanted) const
 {
-    pollfd port = {m_FileDescriptor, 0, 0};
-    return poll(&port, 1, 0) == 1 && (port.revents & POLLHUP) != 0;
+    pollfd port = {m_FileDescriptor, wanted, 0};
+    return poll(&port, 1, 0) == 1 ? port.revents : short(0);
 }

@@ -10,7 +10,7 @@ class QSocketNotifier;
 
 /// A serial port: raw bytes at 115200 baud, 8 data bits, no parity, one stop bit, no flow control, for every user of
 /// the class. The port is opened by the constructor and closed by the destructor. Received bytes are announced by
-/// readyRead() and read with readAll(), which never blocks.
+/// readyRead() and read with readAll(), which never blocks. While nothing is connected to that signal they are dropped.
 ///
 /// A port that cannot be opened leaves a handler that says it is open, sends nothing and never receives anything. Every
 /// failure is one line on the debug output and nothing else.
@@ -27,6 +27,8 @@ public:
     void sendString(QString text);
     /// Sends `data` in one write. Returns when the kernel has taken the bytes, not when they have left.
     void sendByteArray(QByteArray data);
+    /// Returns when every byte that was sent has left.
+    void drain();
 
 protected slots:
     void notify(int socket);
@@ -39,11 +41,13 @@ protected:
 
 private:
     bool isOpened() const;
-    bool isHungUp() const;
+    short events(short wanted) const;
+    void dropUnread();
 
     int m_FileDescriptor;        ///< of an opened port when greater than zero
     struct termios m_Termios;    ///< what the port is set to
     QSocketNotifier *m_Notifier; ///< only for an opened port
+    bool m_BytesDropped;
 };
 
 #endif

@@ -1,8 +1,13 @@
 #include <QApplication>
+#include <QDir>
 #include <QFile>
 #include <QSettings>
 #include <QTextEdit>
 #include <QtTest>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "screens/UpdaterProgressScreen.h"
 #include "simulator/models/esa/EsaBoards.h"
@@ -105,6 +110,8 @@ private slots:
     void boardThatKeepsAskingStartsNothing();
     void disabledUpdateTouchesNeitherPinNorPort();
     void missingImageIsNamed();
+    void fifoInPlaceOfAnImageIsNotOpened();
+    void byteOfTheOtherBoardStartsNothing();
     void picAndEsaLinesOfOnePackage_data();
     void picAndEsaLinesOfOnePackage();
 
@@ -342,6 +349,34 @@ void EsaUpdateTest::missingImageIsNamed()
     QVERIFY(!update("ESA_IO_APP:/gone\n", {}));
     QVERIFY(DebugLines::take().contains("Failed to find file: /tmp/firmware_update/gone"));
     QVERIFY(!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin));
+}
+
+void EsaUpdateTest::fifoInPlaceOfAnImageIsNotOpened()
+{
+    QDir().mkpath("/tmp/firmware_update");
+    QCOMPARE(mkfifo("/tmp/firmware_update/fifo", S_IRUSR | S_IWUSR), 0);
+    const DebugLines debug;
+    QVERIFY(!update("ESA_IO_APP:/fifo\n", {}));
+    QVERIFY(DebugLines::take().contains("Failed to open ESA file: /tmp/firmware_update/fifo"));
+}
+
+// The IO board asks for an image until the moment at which the select pin leaves it.
+void EsaUpdateTest::byteOfTheOtherBoardStartsNothing()
+{
+    std::function<void()> &beforeSelectChange = VirtualBoards::installed().beforeSelectChange;
+    beforeSelectChange = [this, catchUp = beforeSelectChange] {
+        catchUp();
+        m_Boards->line().write("C");
+        pollfd port = {open("/dev/ttyAPP1", O_RDONLY | O_NOCTTY), POLLIN, 0};
+        QCOMPARE(poll(&port, 1, receiverTimeoutMs), 1); // it has arrived
+        close(port.fd);
+    };
+    m_Boards->measurementBoard().faults.silentAfterCommand = true;
+    const Impatience impatience(screen(), receiverTimeoutMs);
+    const DebugLines debug;
+    QVERIFY(!update("ESA_M_APP:/image\n", {{"image", image(300)}}));
+    QVERIFY(impatience.ended);
+    QVERIFY(!DebugLines::take().filter("unknown received: 43").isEmpty());
 }
 
 void EsaUpdateTest::picAndEsaLinesOfOnePackage_data()

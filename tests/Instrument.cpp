@@ -97,6 +97,11 @@ void Instrument::mendTools() const
     removeRecursively(toQString(InstrumentState::faults));
 }
 
+void Instrument::useOldKernel() const
+{
+    InstrumentState::append(InstrumentState::oldKernel, {});
+}
+
 QStringList Instrument::takeCalls()
 {
     QStringList commandLines;

@@ -30,6 +30,8 @@ public:
     /// Lets every call whose command line begins with `commandLine` fail.
     void failTool(const QString &commandLine, int exitCode = 1) const;
     void mendTools() const;
+    /// Lets the kernel refuse to detach a loop device that is mounted, as kernels before 3.7 do.
+    void useOldKernel() const;
 
     /// The command lines of the tools called since the last call of this function, in order.
     QStringList takeCalls();

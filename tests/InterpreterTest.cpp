@@ -1,6 +1,7 @@
 #include <QDir>
 #include <QFile>
 #include <QtTest>
+#include <unistd.h>
 
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
@@ -54,6 +55,7 @@ private slots:
     void unknownSystemTypeWritesNothing();
     void applicationIsCopiedEvenIfTheRemountFails();
     void scriptRunsWithItsWordsAndItsExitCodeCounts();
+    void toolsAndScriptsHaveAnEmptyStandardInput();
     void writerStopsAtTheFirstToolThatFails_data();
     void writerStopsAtTheFirstToolThatFails();
     void imageInAFolderFailsAfterTheErase();
@@ -226,6 +228,25 @@ void InterpreterTest::scriptRunsWithItsWordsAndItsExitCodeCounts()
                                             << "red: Failed - Running script file: /plain.txt"
                                             << "Running script file: /gone.sh"
                                             << "red: Failed - Running script file: /gone.sh");
+}
+
+void InterpreterTest::toolsAndScriptsHaveAnEmptyStandardInput()
+{
+    int ends[2] = {};
+    QCOMPARE(pipe(ends), 0);
+    const int standardInput = dup(STDIN_FILENO);
+    dup2(ends[0], STDIN_FILENO);
+    QCOMPARE(::write(ends[1], "typed\n", 6), ssize_t(6));
+    Instrument instrument;
+    Panel panel;
+    const Update update(&panel, &instrument, "SCRIPT:/ask.sh\n",
+                        {{"ask.sh", "#!/bin/sh\nread answer\necho \"[$answer]\" >/tmp/answer\n"}});
+    dup2(standardInput, STDIN_FILENO);
+    QVERIFY(update.succeeded);
+    QCOMPARE(instrument.contentOf("/tmp/answer"), QByteArray("[]\n"));
+    close(ends[0]);
+    close(ends[1]);
+    close(standardInput);
 }
 
 void InterpreterTest::writerStopsAtTheFirstToolThatFails_data()

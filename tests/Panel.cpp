@@ -54,6 +54,13 @@ QTextEdit *Panel::messageWindow() const
     return m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
 }
 
+QPoint Panel::endOfMessages() const
+{
+    QTextCursor cursor(messageWindow()->document());
+    cursor.movePosition(QTextCursor::End);
+    return messageWindow()->cursorRect(cursor).center() - QPoint(4, 0);
+}
+
 QPushButton *Panel::button(const char *name) const
 {
     return m_Screens->currentWidget()->findChild<QPushButton *>(QLatin1String(name));

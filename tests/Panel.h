@@ -26,6 +26,8 @@ public:
     bool showsMainScreen() const;
     QWidget *window() const;
     QTextEdit *messageWindow() const;
+    /// The middle of the last character, in the viewport of the message window.
+    QPoint endOfMessages() const;
     QPushButton *button(const char *name) const;
 
 private:

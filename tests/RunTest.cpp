@@ -4,6 +4,7 @@
 #include <QScrollBar>
 #include <QTextEdit>
 #include <QtTest>
+#include <sys/stat.h>
 
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
@@ -34,6 +35,7 @@ protected slots:
         }
         f1WasEnabled = m_Panel->button("F1Button")->isEnabled();
         QTest::keyClick(m_Panel->window()->windowHandle(), Qt::Key_F1);
+        QMetaObject::invokeMethod(m_Panel->button("F1Button"), "clicked"); // of a key pressed before the run
         m_Panel->press(Qt::Key_F3);
         scrollPosition = m_Panel->messageWindow()->verticalScrollBar()->value();
     }
@@ -136,6 +138,12 @@ void RunTest::runThatCannotBeginSaysWhy_data()
                                             "screen";
     QTest::newRow("blank in the name") << "blank"
                                        << "red: Failed to extract update files, press F1 to return to the main screen";
+    QTest::newRow("command file that cannot be read")
+        << "unreadable"
+        << "red: Failed to open update file, press F1 to return to the main screen";
+    QTest::newRow("FIFO in place of the command file")
+        << "fifo"
+        << "red: Failed to open update file, press F1 to return to the main screen";
     QTest::newRow("other top folder") << "top"
                                       << "red: Failed to open update file, press F1 to return to the main screen";
 }
@@ -154,6 +162,12 @@ void RunTest::runThatCannotBeginSaysWhy()
         instrument.makePackage(QFileInfo(package).path() + "/my firmware_update.tar.bz2", "");
     else
         instrument.makePackage(package, "", {}, "update");
+    // What an earlier run unpacked stays beside the folder of this package.
+    QDir().mkpath("/tmp/firmware_update");
+    if (kind == "unreadable")
+        QVERIFY(QFile::link("/proc/self/mem", "/tmp/firmware_update/update_config")); // no byte at address 0
+    else if (kind == "fifo")
+        QCOMPARE(mkfifo("/tmp/firmware_update/update_config", S_IRUSR | S_IWUSR), 0);
 
     Panel panel;
     panel.press(Qt::Key_F3);
@@ -293,6 +307,7 @@ void RunTest::keysDuringTheRunOnlyScroll()
 
     QVERIFY(!impatient.f1WasEnabled);
     QVERIFY2(!panel.showsMainScreen(), "the F1 pressed during the run is not acted on");
+    QCOMPARE(instrument.takeCalls().filter("tar ").size(), 1);
     const QScrollBar *scrollBar = panel.messageWindow()->verticalScrollBar();
     QVERIFY(impatient.scrollPosition < scrollBar->maximum());
     QCOMPARE(scrollBar->value(), impatient.scrollPosition); // new lines leave the view where the operator put it

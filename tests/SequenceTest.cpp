@@ -1,4 +1,5 @@
 #include <QPushButton>
+#include <QTextEdit>
 #include <QtTest>
 
 #include "tests/Instrument.h"
@@ -20,6 +21,8 @@ private slots:
     void sdCardIsMountedAndUpdatedFrom();
     void memoryStickIsTriedAsWholeDiskThenByItsFirstPartition();
     void pcIsGivenTheBackingFileOrElseTheCardPartition();
+    void loopDeviceThatStayedAttachedIsDetachedBeforeTheNext_data();
+    void loopDeviceThatStayedAttachedIsDetachedBeforeTheNext();
     void failedStepEndsTheSequence_data();
     void failedStepEndsTheSequence();
 };
@@ -102,6 +105,40 @@ void SequenceTest::pcIsGivenTheBackingFileOrElseTheCardPartition()
     }
 }
 
+void SequenceTest::loopDeviceThatStayedAttachedIsDetachedBeforeTheNext_data()
+{
+    QTest::addColumn<bool>("mountFails");
+    QTest::addColumn<QString>("firstEnd");
+    QTest::newRow("an old kernel refuses to detach it while it is mounted") << false << "losetup -d /dev/loop0";
+    QTest::newRow("it did not mount") << true << "mount -t vfat /dev/loop0 /mnt/update";
+}
+
+void SequenceTest::loopDeviceThatStayedAttachedIsDetachedBeforeTheNext()
+{
+    QFETCH(bool, mountFails);
+    QFETCH(QString, firstEnd);
+    Instrument instrument;
+    instrument.useOldKernel();
+    const QString storage = instrument.insertMedium("backfile");
+    if (mountFails)
+        instrument.failTool("mount -t vfat");
+    const QString attach = "losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile";
+    const QString detach = "losetup -d /dev/loop0";
+    Panel panel;
+    QList<QStringList> calls;
+    for (int update = 0; update < 3; ++update) { // the first without a package
+        for (int press = 0; press < 3; ++press)
+            panel.press(Qt::Key_F1);
+        calls << instrument.takeCalls().filter(QRegExp("losetup|vfat"));
+        instrument.mendTools();
+        instrument.makePackage(storage + "/" + emptyPackage, "");
+        panel.press(Qt::Key_F1);
+    }
+    QCOMPARE(calls.at(0).last(), firstEnd);
+    QCOMPARE(calls.at(1), QStringList({detach, attach, "mount -t vfat /dev/loop0 /mnt/update", detach}));
+    QCOMPARE(calls.at(2), QStringList({attach, "mount -t vfat /dev/loop0 /mnt/update", detach}));
+}
+
 void SequenceTest::failedStepEndsTheSequence_data()
 {
     QTest::addColumn<int>("sourceKey");
@@ -162,10 +199,13 @@ void SequenceTest::failedStepEndsTheSequence()
     QVERIFY2(panel.lastMessage().startsWith("red: " + message), qPrintable(panel.lastMessage()));
     QCOMPARE(instrument.takeCalls().last(), lastCall);
     QVERIFY(panel.button("F1Button")->isEnabled());
+    QTest::mouseClick(panel.messageWindow()->viewport(), Qt::LeftButton, Qt::NoModifier, panel.endOfMessages());
 
     panel.press(Qt::Key_F1);
     QVERIFY(panel.showsMainScreen());
     QCOMPARE(instrument.takeCalls(), QStringList(unmount));
+    panel.press(static_cast<Qt::Key>(sourceKey));
+    QVERIFY2(panel.redMessages().isEmpty(), "the prompt took the colour of the line that was clicked");
 }
 
 QTEST_MAIN(SequenceTest)

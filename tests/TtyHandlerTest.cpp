@@ -62,6 +62,7 @@ private slots:
     void portThatCannotBeOpenedStaysSilent();
     void descriptorZeroIsNotOpened();
     void failedSettingIsReportedOnce();
+    void bytesThatNobodyReadsAreDropped();
     void portThatDisappearsIsReportedAndLeavesTheEventLoopIdle();
 };
 
@@ -77,6 +78,9 @@ void TtyHandlerTest::portIsSetToRaw115200()
     QCOMPARE(settings.c_lflag, tcflag_t(0));
     QCOMPARE(settings.c_line, cc_t(0));
     QCOMPARE(std::count(std::begin(settings.c_cc), std::end(settings.c_cc), 0), NCCS);
+    const int descriptor = static_cast<int>(handler.findChild<QSocketNotifier *>()->socket());
+    QCOMPARE(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+    QCOMPARE(fcntl(descriptor, F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_RDWR);
 }
 
 void TtyHandlerTest::everyByteValueArrivesUnchanged()
@@ -185,8 +189,22 @@ void TtyHandlerTest::failedSettingIsReportedOnce()
     const char notATerminal[] = "/dev/pipe";
     QCOMPARE(mkfifo(notATerminal, S_IRUSR | S_IWUSR), 0);
     DebugLines debug;
-    const TtyHandler handler(notATerminal, nullptr);
+    TtyHandler handler(notATerminal, nullptr);
     QCOMPARE(debug.take(), QStringList("Failed to set serial port: /dev/pipe: Inappropriate ioctl for device"));
+    QCOMPARE(handler.readAll(), QByteArray()); // and does not wait for bytes
+}
+
+void TtyHandlerTest::bytesThatNobodyReadsAreDropped()
+{
+    PseudoTerminal line(port, nullptr);
+    DebugLines debug;
+    TtyHandler handler(port, nullptr);
+    for (const char *bytes : {"C", "CC"}) {
+        line.write(bytes);
+        QCoreApplication::processEvents();
+        QCOMPARE(handler.readAll(), QByteArray());
+    }
+    QCOMPARE(debug.take(), QStringList("Serial port: dropped what nobody reads: 43"));
 }
 
 void TtyHandlerTest::portThatDisappearsIsReportedAndLeavesTheEventLoopIdle()

@@ -5,11 +5,20 @@
 
 int runSystemCommand(const QString &commandLine)
 {
-    const int cannotBeStarted = -2; // the process facility's own result for that
+    // The results of the process facility's own execute(), which cannot give the program another input.
+    const int cannotBeStarted = -2;
+    const int crashed = -1;
     QStringList arguments = commandLine.split(QLatin1Char(' '));
     arguments.removeAll(QString()); // several blanks in a row separate like one
     if (arguments.isEmpty())
         return cannotBeStarted;
+
+    QProcess process;
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.setStandardInputFile(QLatin1String("/dev/null")); // there is nobody who could type
     const QString program = arguments.takeFirst();
-    return QProcess::execute(program, arguments);
+    process.start(program, arguments);
+    if (!process.waitForFinished(-1) || process.error() == QProcess::FailedToStart)
+        return cannotBeStarted;
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : crashed;
 }

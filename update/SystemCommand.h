@@ -3,8 +3,9 @@
 
 #include <QString>
 
-/// Splits `commandLine` at its blanks, starts the program directly (no shell) and waits for its end. Its output passes
-/// through. Returns its exit code; nonzero also when it cannot be started (an empty line included) or crashes.
+/// Splits `commandLine` at its spaces, starts the program directly (no shell) and waits for its end. Its output passes
+/// through, its standard input is empty. Returns its exit code; nonzero also when it cannot be started (an empty line
+/// included) or crashes.
 int runSystemCommand(const QString &commandLine);
 
 #endif

@@ -1,7 +1,8 @@
-// The update run: finds the one package on the mounted medium, unpacks it, has its command file carried out, cleans up.
+// The update run: finds the one package on the mounted medium, unpacks it, executes its command file, cleans up.
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTextStream>
 
 #include "screens/ScreenTypes.h"
@@ -12,7 +13,6 @@
 namespace {
 
 const QLatin1String packageDirectoryName("firmware_update");
-const QLatin1String detachLoopDevice("losetup -d /dev/loop0");
 
 // Several packages are as bad as none: the updater never chooses among them. Empty unless there is exactly one.
 QString findPackage()
@@ -27,10 +27,10 @@ int unpack(const QString &package)
                             QLatin1String(" -C ") + UpdatePaths::unpackDirectory);
 }
 
-QStringList readLines(QIODevice *file)
+QStringList linesOf(const QByteArray &content)
 {
     QStringList lines;
-    QTextStream stream(file);
+    QTextStream stream(content);
     while (!stream.atEnd())
         lines << stream.readLine();
     return lines;
@@ -57,10 +57,13 @@ void UpdaterProgressScreen::performUpdate()
     if (unpack(package) != 0)
         return abandonUpdate(tr("Failed to extract update files, press F1 to return to the main screen\n"));
     QFile commandFile(UpdatePaths::commandFile);
-    if (!commandFile.open(QIODevice::ReadOnly | QIODevice::Text))
+    const bool opened =
+        QFileInfo(commandFile).isFile() && commandFile.open(QIODevice::ReadOnly | QIODevice::Text); // no FIFO
+    const QByteArray content = opened ? commandFile.readAll() : QByteArray();
+    if (!opened || commandFile.error() != QFile::NoError)
         return abandonUpdate(tr("Failed to open update file, press F1 to return to the main screen\n"));
 
-    const bool allSucceeded = processCommandList(readLines(&commandFile));
+    const bool allSucceeded = processCommandList(linesOf(content));
 
     appendLine(tr("Removing temporary files\n"));
     commandFile.close();
@@ -82,7 +85,7 @@ void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
     ui.F1Button->setEnabled(true);
     appendFailure(failureText);
     if (m_UpdateType == UpdateViaPc)
-        runSystemCommand(detachLoopDevice);
+        detachLoopDevice();
     m_UpdateState = StateFinished;
 }
 
@@ -98,5 +101,12 @@ void UpdaterProgressScreen::cleanUpMedium()
     }
     runSystemCommand(QLatin1String("umount /mnt/update"));
     if (m_UpdateType == UpdateViaPc)
-        runSystemCommand(detachLoopDevice);
+        detachLoopDevice();
+}
+
+/// Kernels before 3.7 refuse to detach a loop device that is mounted. It is detached later then, before it is attached
+/// again.
+void UpdaterProgressScreen::detachLoopDevice()
+{
+    m_LoopDeviceAttached = runSystemCommand(QLatin1String("losetup -d /dev/loop0")) != 0;
 }

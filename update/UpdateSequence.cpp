@@ -51,6 +51,9 @@ void UpdaterProgressScreen::setUpdateType(int updateType)
 
 void UpdaterProgressScreen::F1Clicked()
 {
+    // The key acts a tenth of a second after it was pressed, when a click may have started an update already.
+    if (!ui.F1Button->isEnabled())
+        return;
     // Releases what an earlier run may have left mounted; most of the time there is nothing, and that is no failure.
     run("umount /mnt/update");
 
@@ -108,15 +111,24 @@ void UpdaterProgressScreen::closePcConnection()
 void UpdaterProgressScreen::updateFromExportedStorage()
 {
     if (currentDevicePart == backingFile) {
-        // The PC sees a disk: its FAT file system begins behind the first 4096 bytes.
-        if (runSystemCommand(QLatin1String("losetup -o 4096 /dev/loop0 ") + backingFile) != 0)
+        if (!attachLoopDevice())
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
-        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
+        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0) {
+            m_LoopDeviceAttached = true;
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
+        }
     } else if (mountUpdateDrive(currentDevicePart) != 0) {
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
     }
     performUpdate();
+}
+
+/// The PC sees a disk: its FAT file system begins after the first 4096 bytes.
+bool UpdaterProgressScreen::attachLoopDevice()
+{
+    if (m_LoopDeviceAttached)
+        detachLoopDevice();
+    return runSystemCommand(QLatin1String("losetup -o 4096 /dev/loop0 ") + backingFile) == 0;
 }
 
 void UpdaterProgressScreen::updateFromMemoryStick()

@@ -22,6 +22,7 @@ const Path media = directory / "media"; ///< a folder for each file system, name
 const Path flash = directory / "flash"; ///< mtd0, mtd1, mmcblk0
 const Path calls = directory / "calls"; ///< exit code, command line
 const Path faults = directory / "faults";
+const Path oldKernel = directory / "old-kernel"; ///< when there, the kernel is one before 3.7
 const Path powerCut = directory / "power-cut";
 
 std::vector<Record> read(const Path &file);

@@ -78,6 +78,8 @@ int detachLoop(const std::string &device)
         std::find_if(loops.begin(), loops.end(), [&device](const Record &record) { return record.at(0) == device; });
     if (loop == loops.end())
         return refuse("losetup", device + ": detach failed: No such device or address", 1);
+    if (isMounted(device) && fs::exists(InstrumentState::oldKernel))
+        return refuse("losetup", device + ": detach failed: Device or resource busy", 1);
     loop->at(3) = "autoclear";
     InstrumentState::write(InstrumentState::loops, loops);
     if (!isMounted(device))
