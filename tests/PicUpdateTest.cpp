@@ -77,8 +77,9 @@ private slots:
     void disabledPicLineTouchesNothing();
     void numberBehindTheWordSaysWhichPic_data();
     void numberBehindTheWordSaysWhichPic();
-    void fileIsJudgedBeforeTheFirstPinMoves_data();
-    void fileIsJudgedBeforeTheFirstPinMoves();
+    void fileIsRejectedBeforeTheFirstPinMoves();
+    void linesThatAreAllowedStopNoPic_data();
+    void linesThatAreAllowedStopNoPic();
     void fileWithoutAByteForThePicIsRejected_data();
     void fileWithoutAByteForThePicIsRejected();
     void eraseFailureIsShownAndTheNextLineGoesOn();
@@ -220,14 +221,14 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic()
     QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
 }
 
-// Files of one record for 0x0000, the line or lines of the row, and one record for 0x0100.
-void PicUpdateTest::fileIsJudgedBeforeTheFirstPinMoves_data()
+// Each file is a record for 0x0000, the line of the row, and a record for 0x0100.
+void PicUpdateTest::fileIsRejectedBeforeTheFirstPinMoves()
 {
     struct Case
     {
         const char *name;
         QByteArray lines;
-        const char *reason; ///< null when the PIC is programmed
+        const char *reason;
     };
     const QByteArray bytes("0123456789abcdef");
     const QByteArray good = hexRecord(0x00, 0x40, bytes);
@@ -263,52 +264,73 @@ void PicUpdateTest::fileIsJudgedBeforeTheFirstPinMoves_data()
         {"address of one byte", hexRecord(0x04, 0, "\x30"), "extended address record without 2 data bytes"},
         {"segment of no bytes", hexRecord(0x02, 0, ""), "extended address record without 2 data bytes"},
         {"line too long", sixteen + QByteArray(1000, ' ') + "\n", "longer than any record"},
-
-        {"blank lines", "\r\n\n   \n\t\r\n", nullptr},
-        {"comments", "; built 12:30:00\n;added\n2014\n;PIC18F4620\n# 10\n", nullptr},
-        {"comment with a checksum of its own", "; CRC:1A2B3C4D\n", nullptr},
-        {"byte-order mark before a comment", "\xEF\xBB\xBF;added\n", nullptr},
-        {"another first character", ";" + good.mid(1), nullptr},
-        {"text after a record", sixteen + " ; start 12:30\n", nullptr},
-        {"blanks after a record", sixteen + "  \t\r\n", nullptr},
-        {"DOS end mark after a record", sixteen + "\x1A\n", nullptr},
-        {"DOS end mark alone", "\x1A\n", nullptr},
-        {"end of file, and lines after it", end + "\r\n", nullptr},
-        {"start addresses", hexRecord(0x03, 0, "\1\2\3\4") + hexRecord(0x05, 0, "\1\2\3\4"), nullptr},
-        {"lower case", good.toLower(), nullptr},
-        {"record of no bytes", hexRecord(0x00, 0x40, ""), nullptr},
     };
-    QTest::addColumn<QByteArray>("lines");
-    QTest::addColumn<QString>("reason");
-    for (const Case &row : cases)
-        QTest::newRow(row.name) << row.lines << QString::fromLatin1(row.reason);
-}
-
-void PicUpdateTest::fileIsJudgedBeforeTheFirstPinMoves()
-{
-    QFETCH(QByteArray, lines);
-    QFETCH(QString, reason);
     const QByteArray before(0x10000, '\x55');
     VirtualBoards::installed().pic(1).memory().programMemory() = before;
+    QByteArray lines;
+    Files files;
+    QStringList messages;
+    QStringList reasons;
+    for (const Case &row : cases) {
+        const QString path = QString("/%1").arg(row.name).replace(' ', '_');
+        lines += "PIC1:" + path.toLatin1() + "\n";
+        files << qMakePair(path.mid(1),
+                           hexRecord(0x00, 0, "first ..") + row.lines + hexRecord(0x00, 0x100, "last ..."));
+        messages << "Updating PIC 1 with file: " + path << "red: Failed - Updating PIC[1] with file " + path;
+        reasons << QString("hex file rejected at line 2: ") + row.reason;
+    }
     Panel panel;
     const DebugLines debug;
-    const QStringList messages =
-        update(&panel, "PIC1:/pic.hex\n",
-               {{"pic.hex", hexRecord(0x00, 0, "first ..") + lines + hexRecord(0x00, 0x100, "last ...")}});
-    const QStringList rejections = DebugLines::take().filter("hex file rejected");
-    if (reason.isEmpty()) {
-        QCOMPARE(rejections, QStringList());
-        QCOMPARE(messages.last(), QString("orange: 100%"));
-        QVERIFY(programMemory(1).startsWith("first .."));
-        QCOMPARE(programMemory(1).mid(0x100, 8), QByteArray("last ..."));
-        QVERIFY(programMemory(1).endsWith("\xFF"));
-    } else {
-        QCOMPARE(rejections, QStringList("hex file rejected at line 2: " + reason));
-        QCOMPARE(messages, QStringList({"Updating PIC 1 with file: /pic.hex",
-                                        "red: Failed - Updating PIC[1] with file /pic.hex"}));
-        QVERIFY(programMemory(1) == before);
-        QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
-    }
+    QCOMPARE(update(&panel, lines, files), messages);
+    QCOMPARE(DebugLines::take().filter("hex file rejected"), reasons);
+    QVERIFY(programMemory(1) == before);
+    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+}
+
+void PicUpdateTest::linesThatAreAllowedStopNoPic_data()
+{
+    QTest::addColumn<QByteArray>("lineEnd");
+    QTest::newRow("LF") << QByteArray("\n");
+    QTest::newRow("CR LF") << QByteArray("\r\n");
+}
+
+void PicUpdateTest::linesThatAreAllowedStopNoPic()
+{
+    QFETCH(QByteArray, lineEnd);
+    const QByteArray record = hexRecord(0x00, 0x40, "0123456789abcdef", "");
+    const QList<QByteArray> lines = {
+        "\xEF\xBB\xBF;added",
+        "",
+        "   ",
+        "\t",
+        "; built 12:30:00",
+        ";added",
+        "2014",
+        "# 10",
+        "; CRC:1A2B3C4D",
+        hexRecord(0x00, 0, "first ..", ""),
+        record,
+        ";" + record.mid(1),
+        record + " ; start 12:30",
+        record + "  \t",
+        record + "\x1A",
+        record.toLower(),
+        hexRecord(0x00, 0x40, "", ""),
+        hexRecord(0x03, 0, "\1\2\3\4", ""),
+        hexRecord(0x05, 0, "\1\2\3\4", ""),
+        hexRecord(0x01, 0, "", ""),
+        hexRecord(0x00, 0x100, "last ...", ""),
+        "\x1A",
+    };
+    VirtualBoards::installed().pic(1).memory().programMemory().fill('\x55');
+    Panel panel;
+    const DebugLines debug;
+    const QStringList messages = update(&panel, "PIC1:/pic.hex\n", {{"pic.hex", lines.join(lineEnd)}});
+    QCOMPARE(DebugLines::take().filter("hex file"), QStringList());
+    QCOMPARE(messages.last(), QString("orange: 100%"));
+    QByteArray expected(0x10000, '\xFF');
+    expected.replace(0, 8, "first ..").replace(0x40, 16, "0123456789abcdef").replace(0x100, 8, "last ...");
+    QVERIFY(programMemory(1) == expected);
 }
 
 void PicUpdateTest::fileWithoutAByteForThePicIsRejected_data()
