@@ -19,21 +19,13 @@ const char byteOrderMark[] = "\xEF\xBB\xBF";
 
 bool isHexadecimal(const QByteArray &text)
 {
-    for (const char digit : text) {
-        const bool decimal = digit >= '0' && digit <= '9';
-        if (!decimal && !(digit >= 'a' && digit <= 'f') && !(digit >= 'A' && digit <= 'F'))
-            return false;
-    }
-    return true;
+    return QByteArray::fromHex(text).toHex() == text.toLower();
 }
 
-// Blanks, the line end and the end mark of DOS.
-QByteArray withoutTail(const QByteArray &line)
+// Without blanks, line end and DOS end-of-file mark (0x1A) around it.
+QByteArray trimmed(const QByteArray &line)
 {
-    int end = line.size();
-    while (end > 0 && QByteArray(" \t\r\n\v\f\x1A").contains(line.at(end - 1)))
-        --end;
-    return line.left(end);
+    return QByteArray(line).replace('\x1A', ' ').trimmed();
 }
 
 unsigned int byteAt(const QByteArray &bytes, int index)
@@ -89,13 +81,6 @@ bool beginsWithRecord(const QByteArray &text)
     return Positions(text).reason.isEmpty();
 }
 
-// Exactly one record that has lost its start code.
-bool isRecordWithoutStartCode(const QByteArray &text)
-{
-    const Positions record(startCode + text);
-    return record.reason.isEmpty() && record.end == text.size() + 1;
-}
-
 bool holdsRecordAfterItsStart(const QByteArray &text)
 {
     for (int position = text.indexOf(startCode); position >= 0; position = text.indexOf(startCode, position + 1)) {
@@ -108,12 +93,12 @@ bool holdsRecordAfterItsStart(const QByteArray &text)
 // What is wrong with a line that is not a record; empty for a comment.
 QString reasonOfText(const QByteArray &line)
 {
-    QByteArray text = line.trimmed();
+    QByteArray text = trimmed(line);
     if (text.startsWith(byteOrderMark))
-        text = text.mid(static_cast<int>(qstrlen(byteOrderMark))).trimmed();
+        text = trimmed(text.mid(static_cast<int>(qstrlen(byteOrderMark))));
     if (text.startsWith(startCode) || holdsRecordAfterItsStart(text))
         return QLatin1String("something before the ':' of a record");
-    if (isRecordWithoutStartCode(text))
+    if (beginsWithRecord(startCode + text))
         return QLatin1String("a record without its ':'");
     return QString();
 }
@@ -137,16 +122,12 @@ QString reasonOfType(int type, int length)
     }
 }
 
-bool isSecondRecord(const QByteArray &rest)
-{
-    const QByteArray text = rest.trimmed();
-    return text.startsWith(startCode) || isRecordWithoutStartCode(text) || holdsRecordAfterItsStart(text);
-}
-
 QString reasonOfRecord(const QByteArray &bytes, const QByteArray &rest)
 {
-    if (isSecondRecord(rest))
+    if (beginsWithRecord(rest) || !reasonOfText(rest).isEmpty())
         return QLatin1String("a second record on the line");
+    if (!rest.isEmpty() && isHexadecimal(rest.left(1) + '0'))
+        return QLatin1String("a hexadecimal digit after the checksum");
     return reasonOfType(static_cast<int>(byteAt(bytes, typeByte)), static_cast<int>(byteAt(bytes, 0)));
 }
 
@@ -165,7 +146,9 @@ QString reasonOfLine(const QByteArray &line)
 
 HexRecord::HexRecord(const QByteArray &line) : kind(Comment), type(Data), address(0), reason(reasonOfLine(line))
 {
-    const QByteArray text = withoutTail(line);
+    QByteArray text = line;
+    while (!text.isEmpty() && trimmed(text.right(1)).isEmpty())
+        text.chop(1);
     const Positions record(text);
     const bool isRecord = record.reason.isEmpty();
     if (reason.isEmpty() && !isRecord)

@@ -7,9 +7,9 @@
 /// A line of an Intel HEX file as a value: a record, a comment, or the reason for rejecting the file.
 ///
 /// A line that begins with ":" must begin with one whole record whose length and checksum fit. So must one that holds
-/// such a record at the same positions after another first character. Text may follow a record, a second record may
-/// not. A record that lost its ":" or has something before it is rejected, as is a line with NUL bytes: they are a
-/// record that was corrupted, and its bytes would be missing in the PIC. Every other line is a comment.
+/// such a record at the same positions after another first character. Text may follow a record, a second record or a
+/// hexadecimal digit may not. Rejected too are a record that lost its ":" or has something before it, and NUL bytes:
+/// each is a corrupt record, and its bytes would be missing in the PIC. Every other line is a comment.
 struct HexRecord
 {
     enum Kind { Record, Comment, Rejected };
@@ -37,7 +37,7 @@ struct HexRecord
 
     bool isData() const { return kind == Record && type == Data; }
     bool isExtendedAddress() const;
-    /// What an extended address record adds to the load addresses of the records after it.
+    /// Of an extended address record: what it adds to the load addresses of the records after it.
     unsigned int extendedAddress() const;
 
     /// Where `length` bytes at `address`, extended address included, are written.

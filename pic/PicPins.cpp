@@ -4,7 +4,18 @@
 
 const PicPin *mclrPin(int picNumber)
 {
-    return picNumber >= 1 && picNumber <= picCount ? &mclrPins[picNumber - 1] : nullptr;
+    static const PicPin pins[picCount] = {
+        {0x740, 0xB40, 1U << 10},
+        {0x720, 0xB20, 1U << 21},
+        {0x720, 0xB20, 1U << 15},
+        {0x720, 0xB20, 1U << 17},
+    };
+    return picNumber >= 1 && picNumber <= picCount ? &pins[picNumber - 1] : nullptr;
+}
+
+const PicPin &esaSelectPin()
+{
+    return *mclrPin(1);
 }
 
 // The latch is high while the pin becomes an output: MCLR falls once, when its driver is on.

@@ -22,18 +22,11 @@ inline constexpr PicPin pgdPin = {0x740, 0xB40, 1U << 15};
 inline constexpr unsigned int pgdInputRegister = 0x940;
 inline constexpr PicPin ispEnablePin = {0x700, 0xB00, 1U << 17};
 
-inline constexpr PicPin mclrPins[picCount] = {
-    {0x740, 0xB40, 1U << 10},
-    {0x720, 0xB20, 1U << 21},
-    {0x720, 0xB20, 1U << 15},
-    {0x720, 0xB20, 1U << 17},
-};
-/// The boards wire the MCLR of PIC 1 to the selection of an ESA board as well: low reaches the IO board, high the
-/// Measurement board. So selecting the Measurement board lets PIC 1 out of reset.
-inline constexpr PicPin esaSelectPin = mclrPins[0];
-
 /// The MCLR line of PIC 1 to 4; null for any other number. High releases the PIC, low holds it in reset.
 const PicPin *mclrPin(int picNumber);
+/// The MCLR of PIC 1: the boards wire it to the selection of an ESA board as well. Low reaches the IO board, high the
+/// Measurement board, and lets PIC 1 out of reset.
+const PicPin &esaSelectPin();
 
 /// Drives the MCLR line of PIC 1 to 4 low. Touches no line for any other number.
 void holdInReset(MemoryMappedPinController *pinController, int picNumber);

@@ -40,7 +40,7 @@ public:
     /// Reads the whole file. False, and one debug line with the reason, when it cannot be opened, has a line that is
     /// rejected (HexRecord), or holds no byte that would be written.
     static bool bAcceptsFile(const QString &fileName);
-    /// Programs and verifies the whole file before it returns. Stops, with debug lines that say why, at the first
+    /// Programs and verifies the whole file before it returns. Stops, with the reason in debug lines, at the first
     /// record that does not verify, and before the first line that is rejected (HexRecord).
     void programPic(QString fileName);
     /// Writes the current record to where its address belongs and verifies it if that is program memory. 0, or 1 when

@@ -13,10 +13,10 @@
 
 namespace {
 
-const unsigned int settleSeconds = 1; // for the boards, once their PICs stand still
+const unsigned int settleSeconds = 1; // for the boards, after their PICs went into reset
 
-// Only the chosen PIC may listen on the shared lines, and no other may move anything while the
-// instrument is only partly updated.
+// Only the chosen PIC may listen on the shared lines, and no other may move anything while the instrument is only
+// partly updated.
 void holdAllPicsInReset()
 {
     MemoryMappedPinController pinController(pinControlBlock);
@@ -28,8 +28,8 @@ void holdAllPicsInReset()
 } // namespace
 
 /// Programs PIC 1 to 4 with the HEX file `fileName` of the package. Returns 0 when it is erased, programmed with the
-/// whole file and verified, else -1. The file is judged before the first pin moves: a rejected one costs no PIC its
-/// program. The PICs stay as they are at the end: an instrument that is only partly updated must not start to move.
+/// whole file and verified, else -1. The file is judged before the first pin moves: a rejected file changes no
+/// PIC. The PICs stay as they are at the end: an instrument that is only partly updated must not start to move.
 int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
 {
     m_UpdateFileName = UpdatePaths::packageDirectory + fileName;

@@ -8,12 +8,11 @@
 
 #include "serial/EsaBoard.h"
 #include "ui_UpdaterProgressScreen.h"
-#include "update/SystemType.h"
+#include "update/UpdateLine.h"
 
 class PicProgrammer;
 class QFile;
 class TtyHandler;
-struct UpdateLine;
 
 /// What the next press of F1 does.
 enum UPDATE_STATE {
@@ -93,9 +92,7 @@ private:
     bool processCommandList(QStringList commandLines);
     bool processCommandLine(const UpdateLine &line);
     bool processApp(const UpdateLine &line, const QString &failureText);
-    bool processImage(const UpdateLine &line, const QString &failureText);
     int updateKernel(const QString &fileName);
-    int runScript(const QString &commandLine);
     void finaliseUpdate();
 
     // update/Writers.cpp: each runs its tools until the first that fails; 0 when all succeeded, else -1
@@ -125,7 +122,7 @@ private:
     QFile *m_EsaFile;               ///< the image of the running ESA update
     TtyHandler *m_TtyHandler;
     bool m_EsaTransferActive;
-    bool m_EsaMBoardEntered;  ///< the board has been told to enter its boot loader; once is enough for a run
+    bool m_EsaMBoardEntered;  ///< the board was asked to enter its boot loader; once a run is enough
     bool m_EsaIoBoardEntered; ///< likewise
     bool m_EsaUpdateFinished;
     bool m_EsaUpdateSucceeded;
@@ -134,7 +131,7 @@ private:
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;
     QString currentDevicePart; ///< the storage that the PC was last given
-    bool m_LoopDeviceAttached; ///< this program left the loop device attached
+    bool m_LoopDeviceAttached; ///< by this program, and not yet detached
     QTimer m_EsaReplyTimer;    ///< ends when a board has been silent for too long
 };
 

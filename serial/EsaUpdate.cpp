@@ -13,7 +13,7 @@
 
 namespace {
 
-// What the boot loader is told.
+// Commands of the boot loader.
 const char enterBootLoader = 'B';
 const char receiveApplication = '2';
 const char receiveEeprom = '3';
@@ -36,10 +36,10 @@ const int replyTimeoutMs = 10000;
 // False when the pin cannot be reached: an image must not go to whichever board happens to be selected.
 bool selectBoard(ESA_BOARD_ID board)
 {
+    const PicPin &pin = esaSelectPin();
     MemoryMappedPinController pinController(pinControlBlock);
-    pinController.setDirection(esaSelectPin.directionRegister, esaSelectPin.mask,
-                               MemoryMappedPinController::PIN_OUTPUT);
-    pinController.setValue(esaSelectPin.outputRegister, esaSelectPin.mask, board == ESA_IO_BOARD ? 0 : 1);
+    pinController.setDirection(pin.directionRegister, pin.mask, MemoryMappedPinController::PIN_OUTPUT);
+    pinController.setValue(pin.outputRegister, pin.mask, board == ESA_IO_BOARD ? 0 : 1);
     return pinController.isMapped();
 }
 

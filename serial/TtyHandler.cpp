@@ -81,10 +81,12 @@ void TtyHandler::notify(int)
         dropUnread();
 }
 
-// Bytes that nobody reads would keep the notifier, and so a core, busy.
+// Bytes that nobody reads would activate the notifier again and again, and keep a core busy.
 void TtyHandler::dropUnread()
 {
     const QByteArray bytes = readAll();
+    if (bytes.isEmpty())
+        return;
     if (!m_BytesDropped)
         qDebug().nospace() << "Serial port: dropped what nobody reads: " << bytes.toHex().constData();
     m_BytesDropped = true;
@@ -93,7 +95,7 @@ void TtyHandler::dropUnread()
 qint64 TtyHandler::readData(char *data, qint64 maxSize)
 {
     // A port that is no terminal, or has lost its settings, would block the panel in a read without bytes.
-    if (isOpened() && events(POLLIN) == 0)
+    if (m_FileDescriptor >= 0 && events(POLLIN) == 0)
         return 0;
     return ::read(m_FileDescriptor, data, static_cast<size_t>(maxSize));
 }

@@ -12,8 +12,8 @@ class QSocketNotifier;
 /// the class. The port is opened by the constructor and closed by the destructor. Received bytes are announced by
 /// readyRead() and read with readAll(), which never blocks. While nothing is connected to that signal they are dropped.
 ///
-/// A port that cannot be opened leaves a handler that says it is open, sends nothing and never receives anything. Every
-/// failure is one line on the debug output and nothing else.
+/// A port that cannot be opened leaves a handler whose isOpen() is true, which sends nothing and never receives
+/// anything. Every failure is one line on the debug output and nothing else.
 class TtyHandler : public QIODevice
 {
     Q_OBJECT

@@ -49,6 +49,7 @@ private slots:
     void everyKindOfLineIsCarriedOut();
     void badLinesAreNamedAndTheRestGoesOn();
     void linesEndAtLineFeedWithOrWithoutCarriageReturn();
+    void utf16IsDecodedBeforeItsLinesEnd();
     void percentSignsInAnArgumentStayAsTheyAre();
     void systemTypeGovernsTheLinesBehindIt();
     void systemTypeOutlivesTheRun();
@@ -126,6 +127,16 @@ void InterpreterTest::linesEndAtLineFeedWithOrWithoutCarriageReturn()
                                             << "System Type error: Unknown Type:  NAND"
                                             << "System Type set to: SDCARD");
     QVERIFY(update.succeeded);
+}
+
+void InterpreterTest::utf16IsDecodedBeforeItsLinesEnd()
+{
+    Instrument instrument;
+    Panel panel;
+    const QString lines = QString(QChar(QChar::ByteOrderMark)) + "SYSTEM:SDCARD\r\nSYSTEM:NAND\r\n";
+    const Update update(&panel, &instrument,
+                        QByteArray(reinterpret_cast<const char *>(lines.utf16()), 2 * lines.size()));
+    QCOMPARE(update.messages, QStringList({"System Type set to: SDCARD", "System Type set to: NAND"}));
 }
 
 void InterpreterTest::percentSignsInAnArgumentStayAsTheyAre()

@@ -239,12 +239,16 @@ void PicUpdateTest::fileIsRejectedBeforeTheFirstPinMoves()
         {"second record after a blank", sixteen + " " + good, "a second record on the line"},
         {"second record without its colon", sixteen + good.mid(1), "a second record on the line"},
         {"second record cut short", sixteen + ":0200\n", "a second record on the line"},
+        {"second record after a DOS end mark", sixteen + "\x1A" + good, "a second record on the line"},
+        {"second record with another first character", sixteen + ";" + good.mid(1), "a second record on the line"},
+        {"digit after the checksum", sixteen + "7\n", "a hexadecimal digit after the checksum"},
         {"two records after another first character", ";" + sixteen.mid(1) + good, "a second record on the line"},
-        {"type damaged to 01", hexRecord(0x01, 0x40, bytes), "end-of-file record with data bytes"},
-        {"type damaged to 03", ":0400000352EF00F0CB\n", "checksum computed: 200, in the record: 203"},
-        {"type damaged to 05", hexRecord(0x05, 0x40, bytes), "start address record without 4 data bytes"},
+        {"type corrupted to 01", hexRecord(0x01, 0x40, bytes), "end-of-file record with data bytes"},
+        {"type corrupted to 03", ":0400000352EF00F0CB\n", "checksum computed: 200, in the record: 203"},
+        {"type corrupted to 05", hexRecord(0x05, 0x40, bytes), "start address record without 4 data bytes"},
         {"end of file with a wrong sum", hexRecord(0x01, 0, "", "\n", 1), "checksum computed: 255, in the record: 0"},
         {"no colon", good.mid(1), "a record without its ':'"},
+        {"no colon, text after it", sixteen.mid(1) + " ; note\n", "a record without its ':'"},
         {"no colon, with blanks", "  " + sixteen.mid(1) + " \n", "a record without its ':'"},
         {"blank before the colon", " " + good, "something before the ':' of a record"},
         {"blank before a record cut short", "\t:0200\n", "something before the ':' of a record"},
@@ -297,7 +301,9 @@ void PicUpdateTest::linesThatAreAllowedStopNoPic_data()
 void PicUpdateTest::linesThatAreAllowedStopNoPic()
 {
     QFETCH(QByteArray, lineEnd);
-    const QByteArray record = hexRecord(0x00, 0x40, "0123456789abcdef", "");
+    const auto record = [](unsigned int number) {
+        return hexRecord(0x00, 0x40 * number, "0123456789abcdef", "");
+    };
     const QList<QByteArray> lines = {
         "\xEF\xBB\xBF;added",
         "",
@@ -309,17 +315,17 @@ void PicUpdateTest::linesThatAreAllowedStopNoPic()
         "# 10",
         "; CRC:1A2B3C4D",
         hexRecord(0x00, 0, "first ..", ""),
-        record,
-        ";" + record.mid(1),
-        record + " ; start 12:30",
-        record + "  \t",
-        record + "\x1A",
-        record.toLower(),
+        record(1),
+        ";" + record(2).mid(1),
+        record(3) + " ; start 12:30",
+        record(4) + "  \t",
+        record(5) + "\x1A",
+        record(6).toLower(),
         hexRecord(0x00, 0x40, "", ""),
         hexRecord(0x03, 0, "\1\2\3\4", ""),
         hexRecord(0x05, 0, "\1\2\3\4", ""),
         hexRecord(0x01, 0, "", ""),
-        hexRecord(0x00, 0x100, "last ...", ""),
+        hexRecord(0x00, 0x200, "last ...", ""),
         "\x1A",
     };
     VirtualBoards::installed().pic(1).memory().programMemory().fill('\x55');
@@ -329,7 +335,9 @@ void PicUpdateTest::linesThatAreAllowedStopNoPic()
     QCOMPARE(DebugLines::take().filter("hex file"), QStringList());
     QCOMPARE(messages.last(), QString("orange: 100%"));
     QByteArray expected(0x10000, '\xFF');
-    expected.replace(0, 8, "first ..").replace(0x40, 16, "0123456789abcdef").replace(0x100, 8, "last ...");
+    expected.replace(0, 8, "first ..").replace(0x200, 8, "last ...");
+    for (int number = 1; number <= 6; ++number)
+        expected.replace(0x40 * number, 16, "0123456789abcdef");
     QVERIFY(programMemory(1) == expected);
 }
 

@@ -46,18 +46,22 @@ bool UpdaterProgressScreen::processCommandLine(const UpdateLine &line)
     case UpdateLine::Unknown:
         break;
     case UpdateLine::System:
-        m_SystemType = line.systemType; // an unknown one is no failure: it shows in the lines that need the type
+        m_SystemType = line.systemType; // an unknown one does not fail the line
         return true;
     case UpdateLine::App:
         return processApp(line, failureText);
     case UpdateLine::Kernel:
         return succeeded(updateKernel(line.argument), failureText);
     case UpdateLine::Image:
-        return processImage(line, failureText);
+        if (m_SystemType == SYSTEM_NAND)
+            return succeeded(updateUbiImage(line.argument), failureText);
+        appendFailure(tr("Failed - Updating root image with file: %1\nWrong System type").arg(line.argument));
+        return false;
     case UpdateLine::File:
         return succeeded(updateRootfs(line.argument), failureText);
     case UpdateLine::Script:
-        return succeeded(runScript(line.argument), failureText);
+        return succeeded(runSystemCommand(UpdatePaths::packageDirectory + line.argument + QLatin1Char(' ')),
+                         failureText);
     case UpdateLine::Pic:
         return succeeded(updatePic(line.picNumber, line.argument), failureText);
     case UpdateLine::Esa:
@@ -77,30 +81,11 @@ bool UpdaterProgressScreen::processApp(const UpdateLine &line, const QString &fa
     return remounted && copied;
 }
 
-bool UpdaterProgressScreen::processImage(const UpdateLine &line, const QString &failureText)
-{
-    if (m_SystemType == SYSTEM_NAND)
-        return succeeded(updateUbiImage(line.argument), failureText);
-    appendFailure(tr("Failed - Updating root image with file: %1\nWrong System type").arg(line.argument));
-    return false;
-}
-
 int UpdaterProgressScreen::updateKernel(const QString &fileName)
 {
-    switch (m_SystemType) {
-    case SYSTEM_NAND:
-        return updateNANDKernel(fileName);
-    case SYSTEM_SDCARD:
-        return updateSDCARDKernel(fileName);
-    case SYSTEM_UNKNOWN:
-        break;
-    }
-    return 0; // nothing is written, and that is no failure
-}
-
-int UpdaterProgressScreen::runScript(const QString &commandLine)
-{
-    return runSystemCommand(UpdatePaths::packageDirectory + commandLine + QLatin1Char(' '));
+    if (m_SystemType == SYSTEM_UNKNOWN)
+        return 0; // nothing is written, and that is no failure
+    return m_SystemType == SYSTEM_NAND ? updateNANDKernel(fileName) : updateSDCARDKernel(fileName);
 }
 
 void UpdaterProgressScreen::finaliseUpdate()
@@ -108,7 +93,7 @@ void UpdaterProgressScreen::finaliseUpdate()
     appendLine(tr("Finalising update, please wait"));
     runSystemCommand(QLatin1String("sync"));
     const QTime end = QTime::currentTime().addSecs(settleSeconds);
-    QElapsedTimer elapsed; // for a clock that is set back meanwhile, or passes midnight just before the end
+    QElapsedTimer elapsed; // for a clock that is set back meanwhile, or that passes midnight
     elapsed.start();
     while (QTime::currentTime() <= end && elapsed.elapsed() <= longestSettleMs)
         QApplication::processEvents(QEventLoop::AllEvents);

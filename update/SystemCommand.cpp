@@ -9,7 +9,7 @@ int runSystemCommand(const QString &commandLine)
     const int cannotBeStarted = -2;
     const int crashed = -1;
     QStringList arguments = commandLine.split(QLatin1Char(' '));
-    arguments.removeAll(QString()); // several blanks in a row separate like one
+    arguments.removeAll(QString()); // several spaces in a row separate like one
     if (arguments.isEmpty())
         return cannotBeStarted;
 

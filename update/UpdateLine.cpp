@@ -115,12 +115,7 @@ UpdateLine::UpdateLine(const QString &text)
 
 QString UpdateLine::Message::filledIn(const QString &translation) const
 {
-    switch (values.size()) {
-    case 0:
+    if (values.isEmpty())
         return translation;
-    case 1:
-        return translation.arg(values.at(0));
-    default:
-        return translation.arg(values.at(0), values.at(1));
-    }
+    return values.size() == 1 ? translation.arg(values.at(0)) : translation.arg(values.at(0), values.at(1));
 }

@@ -5,7 +5,9 @@
 #include <QStringList>
 
 #include "serial/EsaBoard.h"
-#include "update/SystemType.h"
+
+/// Which root file system the package is for.
+enum SYSTEM_TYPE { SYSTEM_SDCARD = 0, SYSTEM_NAND = 1, SYSTEM_UNKNOWN = 2 };
 
 /// A line of update_config as a value: what it asks for, and the messages that report it on the panel.
 struct UpdateLine

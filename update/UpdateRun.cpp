@@ -1,5 +1,6 @@
 // The update run: finds the one package on the mounted medium, unpacks it, executes its command file, cleans up.
 
+#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -14,7 +15,7 @@ namespace {
 
 const QLatin1String packageDirectoryName("firmware_update");
 
-// Several packages are as bad as none: the updater never chooses among them. Empty unless there is exactly one.
+// The name of the package; empty unless there is exactly one: the updater never chooses among several.
 QString findPackage()
 {
     const QStringList packages = QDir(UpdatePaths::mountPoint).entryList(QStringList(UpdatePaths::packagePattern));
@@ -27,10 +28,12 @@ int unpack(const QString &package)
                             QLatin1String(" -C ") + UpdatePaths::unpackDirectory);
 }
 
-QStringList linesOf(const QByteArray &content)
+QStringList linesOf(QByteArray *content)
 {
     QStringList lines;
-    QTextStream stream(content);
+    QBuffer buffer(content); // decoded first, so that a CR of a UTF-16 file is found as well
+    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
+    QTextStream stream(&buffer);
     while (!stream.atEnd())
         lines << stream.readLine();
     return lines;
@@ -57,13 +60,12 @@ void UpdaterProgressScreen::performUpdate()
     if (unpack(package) != 0)
         return abandonUpdate(tr("Failed to extract update files, press F1 to return to the main screen\n"));
     QFile commandFile(UpdatePaths::commandFile);
-    const bool opened =
-        QFileInfo(commandFile).isFile() && commandFile.open(QIODevice::ReadOnly | QIODevice::Text); // no FIFO
-    const QByteArray content = opened ? commandFile.readAll() : QByteArray();
+    const bool opened = QFileInfo(commandFile).isFile() && commandFile.open(QIODevice::ReadOnly); // a FIFO would block
+    QByteArray content = opened ? commandFile.readAll() : QByteArray();
     if (!opened || commandFile.error() != QFile::NoError)
         return abandonUpdate(tr("Failed to open update file, press F1 to return to the main screen\n"));
 
-    const bool allSucceeded = processCommandList(linesOf(content));
+    const bool allSucceeded = processCommandList(linesOf(&content));
 
     appendLine(tr("Removing temporary files\n"));
     commandFile.close();
@@ -78,8 +80,8 @@ void UpdaterProgressScreen::performUpdate()
     ui.progressMessageWindow->setFocus();
 }
 
-/// The run cannot begin. The medium stays mounted until the next F1; a loop device is given back, or the next attempt
-/// could not attach it again.
+/// The run cannot begin. The medium stays mounted until the next F1; the loop device is detached, or the next
+/// update could not attach it again.
 void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
 {
     ui.F1Button->setEnabled(true);
@@ -89,7 +91,7 @@ void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
     m_UpdateState = StateFinished;
 }
 
-/// The storage that a PC wrote to belongs to the unit and is emptied; the operator's own medium is only released.
+/// The storage that a PC wrote to belongs to the instrument and is emptied; the operator's own medium is only released.
 void UpdaterProgressScreen::cleanUpMedium()
 {
     if (m_UpdateType == UpdateViaPc) {
@@ -104,9 +106,10 @@ void UpdaterProgressScreen::cleanUpMedium()
         detachLoopDevice();
 }
 
-/// Kernels before 3.7 refuse to detach a loop device that is mounted. It is detached later then, before it is attached
+/// Kernels before 3.7 refuse to detach a loop device that is mounted. The device is then detached before it is attached
 /// again.
 void UpdaterProgressScreen::detachLoopDevice()
 {
-    m_LoopDeviceAttached = runSystemCommand(QLatin1String("losetup -d /dev/loop0")) != 0;
+    if (runSystemCommand(QLatin1String("losetup -d /dev/loop0")) == 0)
+        m_LoopDeviceAttached = false;
 }

@@ -113,10 +113,8 @@ void UpdaterProgressScreen::updateFromExportedStorage()
     if (currentDevicePart == backingFile) {
         if (!attachLoopDevice())
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
-        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0) {
-            m_LoopDeviceAttached = true;
+        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
-        }
     } else if (mountUpdateDrive(currentDevicePart) != 0) {
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
     }
@@ -128,7 +126,8 @@ bool UpdaterProgressScreen::attachLoopDevice()
 {
     if (m_LoopDeviceAttached)
         detachLoopDevice();
-    return runSystemCommand(QLatin1String("losetup -o 4096 /dev/loop0 ") + backingFile) == 0;
+    m_LoopDeviceAttached = runSystemCommand(QLatin1String("losetup -o 4096 /dev/loop0 ") + backingFile) == 0;
+    return m_LoopDeviceAttached;
 }
 
 void UpdaterProgressScreen::updateFromMemoryStick()

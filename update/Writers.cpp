@@ -52,13 +52,7 @@ int UpdaterProgressScreen::updateRootfs(QString fileName)
 /// The command that makes the root file system writable. It is empty, and fails, for an unknown system type.
 QString UpdaterProgressScreen::remountCommand() const
 {
-    switch (m_SystemType) {
-    case SYSTEM_SDCARD:
-        return QLatin1String("mount / -o remount,rw");
-    case SYSTEM_NAND:
-        return QLatin1String("mount ubi0:rootfs -o remount,rw");
-    case SYSTEM_UNKNOWN:
-        break;
-    }
-    return QString();
+    if (m_SystemType == SYSTEM_UNKNOWN)
+        return QString();
+    return QLatin1String(m_SystemType == SYSTEM_NAND ? "mount ubi0:rootfs -o remount,rw" : "mount / -o remount,rw");
 }
