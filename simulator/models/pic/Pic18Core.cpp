@@ -154,7 +154,7 @@ void Pic18Core::settleEepromWrite()
 
 unsigned int Pic18Core::tablePointer() const
 {
-    return m_Registers[sfrTblptru] << 16 | m_Registers[sfrTblptrh] << 8 | m_Registers[sfrTblptrl];
+    return m_Registers[sfrTblptru] * 0x10000U + m_Registers[sfrTblptrh] * 0x100U + m_Registers[sfrTblptrl];
 }
 
 void Pic18Core::moveTablePointer(unsigned int distance)

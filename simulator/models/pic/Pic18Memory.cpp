@@ -157,7 +157,7 @@ bool Pic18Memory::bulkErase(unsigned int keys)
 
 bool Pic18Memory::isProtected(unsigned int protection, unsigned int bit) const
 {
-    return !((m_Configuration[protection] | m_Configuration[protection + 1] << 8) & bit);
+    return !((m_Configuration[protection] + m_Configuration[protection + 1] * 0x100U) & bit);
 }
 
 void Pic18Memory::liftProtection(unsigned int bit)
