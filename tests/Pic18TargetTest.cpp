@@ -144,7 +144,6 @@ QPair<QString, Provocation> violation(const char *text, const Provocation &provo
 const QPair<QString, Provocation> violationCases[] = {
     violation("unknown command", [](Wire &wire) { wire.bits(0x5, 4); }),
     violation("unknown core instruction 0x1234", [](Wire &wire) { wire.core(0x1234); }),
-    violation("write to unknown register 0xA7", [](Wire &wire) { wire.core(0x6EA7); }),
     violation("started at 0x10000, where no memory is", [](Wire &wire) { wire.load(0x10000, 0).hold(); }),
     violation("EECON1 0xC8, not set since power-on", [](Wire &wire) { wire.core(setEepgd).send(0xF, 0).hold(); }),
     violation("EECON1 0x88, not set since power-on", [](Wire &wire) { wire.core(clearCfgs).send(0xF, 0).hold(); }),

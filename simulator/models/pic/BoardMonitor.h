@@ -16,15 +16,29 @@ public:
 
     /// What the updater did to the chip `who` that real silicon would not accept. The first hundred are recorded: the
     /// rest follow from those.
-    void violation(const QString &who, const QString &what);
+    void violation(const QString &who, const QString &what)
+    {
+        if (m_Violations.size() == mostRecorded)
+            return;
+        const QString microseconds = QString::number(static_cast<double>(m_Now) / 1000, 'f', 3);
+        m_Violations << QString::fromLatin1("%1 us: %2: %3").arg(microseconds, who, what);
+        if (onViolation)
+            onViolation(m_Violations.last());
+    }
     const QStringList &violations() const { return m_Violations; }
     /// A memory has changed such that a power cut now is interesting.
-    void moment(const QString &name);
+    void moment(const QString &name)
+    {
+        if (onMoment)
+            onMoment(name);
+    }
 
     std::function<void(const QString &)> onViolation; ///< gets each violation as recorded
     std::function<void(const QString &)> onMoment;    ///< gets "pic N erase", "pic N row" and so on
 
 private:
+    static const int mostRecorded = 100;
+
     qint64 m_Now = 0;
     QStringList m_Violations;
 };

@@ -13,7 +13,6 @@ const unsigned char freeRow = 0x10;
 const unsigned char cfgs = 0x40;
 const unsigned char eepgd = 0x80;
 
-const unsigned int tablePointerMask = 0x3FFFFF;
 const unsigned int lowEraseKeyAddress = 0x3C0004;
 const unsigned int highEraseKeyAddress = 0x3C0005;
 
@@ -63,50 +62,16 @@ void Pic18Core::execute(unsigned int instruction)
             m_BulkErase = BulkErase::Ready;
     } else if (operation == 0x0E) {
         m_W = static_cast<unsigned char>(operand);
-    } else if (operation == 0x6E) {
-        moveWTo(operand);
+    } else if (operation == 0x6E && operand != sfrEecon1) {
+        m_Registers[operand] = m_W;
+        m_TablatLatched = m_TablatLatched && operand != sfrTablat;
     } else if (operation == 0x50) {
-        moveToW(operand);
+        m_W = m_Registers[operand];
     } else if (bitOfEecon1 && (operation & 0xE0) == 0x80) {
         changeEecon1(static_cast<unsigned char>(1U << (operation >> 1 & 7)), (operation & 0x10) == 0);
     } else {
         report(QLatin1String("unknown core instruction ") + hexadecimal(instruction));
     }
-}
-
-unsigned char Pic18Core::implementedBits(unsigned int file)
-{
-    switch (file) {
-    case sfrEeadrh:
-        return 0x03;
-    case sfrTblptru:
-        return 0x3F;
-    case sfrEedata:
-    case sfrEeadr:
-    case sfrTablat:
-    case sfrTblptrl:
-    case sfrTblptrh:
-        return 0xFF;
-    default:
-        return 0;
-    }
-}
-
-void Pic18Core::moveWTo(unsigned int file)
-{
-    const unsigned char bits = implementedBits(file);
-    if (!bits)
-        return report(QLatin1String("write to unknown register ") + hexadecimal(file));
-    m_Registers[file] = m_W & bits;
-    if (file == sfrTablat)
-        m_TablatLatched = false;
-}
-
-void Pic18Core::moveToW(unsigned int file)
-{
-    if (!implementedBits(file) && file != sfrEecon1)
-        return report(QLatin1String("read of unknown register ") + hexadecimal(file));
-    m_W = m_Registers[file];
 }
 
 void Pic18Core::changeEecon1(unsigned char mask, bool set)
@@ -154,12 +119,12 @@ void Pic18Core::settleEepromWrite()
 
 unsigned int Pic18Core::tablePointer() const
 {
-    return m_Registers[sfrTblptru] * 0x10000U + m_Registers[sfrTblptrh] * 0x100U + m_Registers[sfrTblptrl];
+    return (m_Registers[sfrTblptru] & 0x3F) * 0x10000U + m_Registers[sfrTblptrh] * 0x100U + m_Registers[sfrTblptrl];
 }
 
 void Pic18Core::moveTablePointer(unsigned int distance)
 {
-    const unsigned int pointer = (tablePointer() + distance) & tablePointerMask;
+    const unsigned int pointer = tablePointer() + distance;
     m_Registers[sfrTblptrl] = static_cast<unsigned char>(pointer);
     m_Registers[sfrTblptrh] = static_cast<unsigned char>(pointer >> 8);
     m_Registers[sfrTblptru] = static_cast<unsigned char>(pointer >> 16);

@@ -50,11 +50,7 @@ private:
     static const unsigned int sfrTblptrh = 0xF7;
     static const unsigned int sfrTblptru = 0xF8;
 
-    static unsigned char implementedBits(unsigned int file);
-
     void report(const QString &text);
-    void moveWTo(unsigned int file);
-    void moveToW(unsigned int file);
     void changeEecon1(unsigned char mask, bool set);
     bool selects(unsigned char memory, const char *action);
     void loadEraseKey(unsigned int operand);
