@@ -23,6 +23,7 @@ BenchmarkRun::BenchmarkRun() : m_Programmer(nullptr)
     MemoryMappedPinController pins(pinControlBlock);
     for (int number = 1; number <= picCount; ++number)
         holdInReset(&pins, number);
+    waitFor(DELAY_RESET);
     m_Programmer = new PicProgrammer(picNumber, nullptr);
     m_Programmer->setParent(this);
     connect(m_Programmer, SIGNAL(eraseDone()), this, SLOT(programFile()));

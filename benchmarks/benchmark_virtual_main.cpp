@@ -18,7 +18,7 @@ int main(int argc, char *argv[])
     const bool good = run.updatePic();
     const double wall = static_cast<double>(timer.nsecsElapsed()) / 1e9;
     const VirtualBoards &boards = VirtualBoards::installed();
-    const double simulated = static_cast<double>(boards.clock().now()) / 1e9;
+    const double simulated = static_cast<double>(boards.now()) / 1e9;
     out << "PIC update on the virtual clock: " << simulated << " s simulated in " << wall << " s\n";
     for (const QString &violation : boards.violations())
         out << "violation at " << violation << '\n';

@@ -13,12 +13,13 @@ enum PIC_DELAY {
     DELAY_RESET = 8,   ///< MCLR low before the enable line rises
     DELAY_SETUP = 9,   ///< from the enable line's rise to the release of MCLR
     DELAY_RELEASE = 10,
-    DELAY_PULSE = 11
+    DELAY_PULSE = 11 ///< MCLR low in the reset pulse
 };
 
-/// Nanoseconds of each PIC_DELAY. P9 and P10 are the chip's own minimum times; three times P11 is more than twice its.
+/// Nanoseconds of each PIC_DELAY. P9 and P10 are the chip's minimum times. Three waits of P11, and the reset pulse,
+/// exceed twice the chip's minimum of 5 ms and of 2 us.
 inline constexpr unsigned int picDelayNanoseconds[] = {
-    32, 32, 0, 32, 1000000, 100000, 4000000, 6000000, 6000000, 1500, 32, 32,
+    32, 32, 0, 32, 1000000, 100000, 4000000, 6000000, 6000000, 1500, 32, 5000,
 };
 
 /// Waits in a loop, at least as long as the table says at any processor frequency. Never sleeps or yields.

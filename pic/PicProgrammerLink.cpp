@@ -12,9 +12,6 @@ namespace {
 const unsigned short revisionMask = 0x1F;
 const unsigned short pic18f4620 = 0x0C00;
 
-// The reset pulse is lengthened by this many further passes of its own short loop.
-const int resetPulseExtraPasses = 30;
-
 unsigned short deviceOf(unsigned short id)
 {
     return static_cast<unsigned short>(id & ~revisionMask);
@@ -173,8 +170,6 @@ void PicProgrammer::vRestoreIo()
     vGeneralDelay(DELAY_RELEASE);
     vSetMclr(0);
     vGeneralDelay(DELAY_PULSE);
-    for (int pass = 0; pass < resetPulseExtraPasses; ++pass)
-        vGeneralDelay(DELAY_PULSE);
     vSetMclr(1);
     const PicPin *const mclr = mclrPin(iPicNumber);
     if (mclr)

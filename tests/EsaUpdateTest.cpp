@@ -403,7 +403,7 @@ void EsaUpdateTest::picAndEsaLinesOfOnePackage()
     QCOMPARE(m_Panel->redMessages().filter("PIC updates not enabled").size(), picEnabled ? 0 : 2);
     QCOMPARE(m_Panel->redMessages().filter("AVR updates not enabled").size(), avrEnabled ? 0 : 2);
     for (const int picNumber : {1, 4}) {
-        const QByteArray program = VirtualBoards::installed().pic(picNumber).memory().programMemory();
+        const QByteArray program = VirtualBoards::installed().pic(picNumber).memory().programMemory().bytes();
         QCOMPARE(program.startsWith("0123456789abcdef"), picEnabled);
     }
     QCOMPARE(m_Boards->ioBoard().application(), avrEnabled ? padded("image") : QByteArray());

@@ -18,6 +18,7 @@ PicBench::PicBench(int picNumber, const Pic18Device &device) : m_PicNumber(picNu
     MemoryMappedPinController pins(pinControlBlock);
     for (int number = 1; number <= picCount; ++number)
         holdInReset(&pins, number);
+    waitFor(DELAY_RESET);
     m_Programmer = std::make_unique<PicProgrammer>(picNumber, nullptr);
 }
 

@@ -205,13 +205,11 @@ void PicLinkTest::entryAndRestoreDriveOnlyTheSelectedReset()
     };
     traffic.clear();
     PicProgrammer programmer(picNumber, nullptr);
-    QStringList restore = QStringList("80018000") << mclrEvents({"=1"}) << "ISP=1"
-                                                  << "PGD=0"
-                                                  << "PGC=0"
-                                                  << "wait 10" << mclrEvents({"=0"});
-    for (int pass = 0; pass < 1 + 30; ++pass)
-        restore << "wait 11";
-    restore << mclrEvents({"=1", " in"});
+    QStringList restore = QStringList("80018000")
+                          << mclrEvents({"=1"}) << "ISP=1"
+                          << "PGD=0"
+                          << "PGC=0"
+                          << "wait 10" << mclrEvents({"=0"}) << "wait 11" << mclrEvents({"=1", " in"});
     restore.removeAll(QString());
     QCOMPARE(traffic, restore);
 

@@ -37,7 +37,7 @@ QByteArray programOf(char seed)
 
 QByteArray programMemory(int picNumber)
 {
-    return VirtualBoards::installed().pic(picNumber).memory().programMemory();
+    return VirtualBoards::installed().pic(picNumber).memory().programMemory().bytes();
 }
 
 unsigned int secondsToSettle = 0;
@@ -52,6 +52,7 @@ unsigned int sleep(unsigned int seconds)
     picsStandingStill = 0;
     for (int picNumber = 1; picNumber <= 4; ++picNumber)
         picsStandingStill += VirtualBoards::installed().pic(picNumber).isOutOfReset() ? 0 : 1;
+    VirtualBoards::installed().advance(seconds * Q_INT64_C(1000000000));
     return 0;
 }
 
@@ -186,7 +187,7 @@ void PicUpdateTest::disabledPicLineTouchesNothing()
              QStringList() << "red: Failed - PIC updates not enabled"
                            << "System Type set to: NAND");
     QVERIFY(panel.lastMessage().startsWith("red: Some of the updates failed"));
-    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+    QCOMPARE(VirtualBoards::installed().now(), 0LL);
 }
 
 void PicUpdateTest::numberBehindTheWordSaysWhichPic_data()
@@ -218,7 +219,7 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic()
     QCOMPARE(update(&panel, line, {{"pic.hex", hexFile('a')}}), QStringList() << announcement << failure);
     const QString path = "/tmp/firmware_update" + QString(line).section(':', 1);
     QVERIFY(DebugLines::take().contains("Failed to find hex file: \"" + path + "\""));
-    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+    QCOMPARE(VirtualBoards::installed().now(), 0LL);
 }
 
 // Each file is a record for 0x0000, the line of the row, and a record for 0x0100.
@@ -288,7 +289,7 @@ void PicUpdateTest::fileIsRejectedBeforeTheFirstPinMoves()
     QCOMPARE(update(&panel, lines, files), messages);
     QCOMPARE(DebugLines::take().filter("hex file rejected"), reasons);
     QVERIFY(programMemory(1) == before);
-    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+    QCOMPARE(VirtualBoards::installed().now(), 0LL);
 }
 
 void PicUpdateTest::linesThatAreAllowedStopNoPic_data()
@@ -360,12 +361,11 @@ void PicUpdateTest::fileWithoutAByteForThePicIsRejected()
              QString("red: Failed - Updating PIC[1] with file /pic.hex"));
     QCOMPARE(DebugLines::take().filter("hex file rejected"),
              QStringList("hex file rejected: no byte for a PIC in \"/tmp/firmware_update/pic.hex\""));
-    QCOMPARE(VirtualBoards::installed().clock().now(), 0LL);
+    QCOMPARE(VirtualBoards::installed().now(), 0LL);
 }
 
 void PicUpdateTest::eraseFailureIsShownAndTheNextLineGoesOn()
 {
-    VirtualBoards::installed().pic(1).memory().programMemory()[0x10] = '\0';
     VirtualBoards::installed().pic(1).memory().breakErase(0x10, 0x01);
     Panel panel;
     QCOMPARE(update(&panel, "PIC1:/pic.hex\nPIC2:/pic.hex\n", {{"pic.hex", hexFile('a')}}).mid(0, 5),

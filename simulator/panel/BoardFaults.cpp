@@ -21,9 +21,6 @@ void breakPic(const InstrumentState::Record &fault)
     const unsigned int address = numberAt(fault, 3);
     const auto mask = static_cast<unsigned char>(1U << numberAt(fault, 4));
     if (fault[2] == "never-erased") {
-        QByteArray &memory = pic.memory().programMemory();
-        const int index = static_cast<int>(address);
-        memory[index] = static_cast<char>(memory.at(index) & ~mask);
         pic.memory().breakErase(address, mask);
     } else if (fault[2] == "flipped") {
         pic.memory().flipOnWrite(address, mask);

@@ -29,8 +29,8 @@ void recordPic(int number)
 {
     Pic18Memory &memory = VirtualBoards::installed().pic(number).memory();
     const QString name = QString::fromLatin1("pic%1.").arg(number);
-    write(name + QLatin1String("program"), memory.programMemory());
-    write(name + QLatin1String("configuration"), bytesOf(memory.configuration()));
+    write(name + QLatin1String("program"), memory.programMemory().bytes());
+    write(name + QLatin1String("configuration"), memory.configuration().bytes());
     write(name + QLatin1String("mask"), bytesOf(memory.device().configurationMask));
 }
 

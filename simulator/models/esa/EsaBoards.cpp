@@ -9,6 +9,7 @@ namespace simulator {
 namespace {
 
 const int askIntervalMs = 1000;
+const qint64 byteNanoseconds = 86806; // 10 bits at 115200 baud
 
 } // namespace
 
@@ -45,6 +46,7 @@ void EsaBoards::take(const QByteArray &bytes)
 {
     if (bytes.isEmpty())
         return;
+    VirtualBoards::installed().advance(bytes.size() * byteNanoseconds);
     if (!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin))
         m_Violations << QLatin1String("serial bytes while the board select pin is not driven");
     QByteArray replies;

@@ -1,59 +1,38 @@
 #include "simulator/models/pic/Pic18Core.h"
 
-#include "simulator/models/pic/Violations.h"
-#include "simulator/models/pic/VirtualClock.h"
-
 namespace simulator {
 
 namespace {
-
-// Special function registers, by their low address byte.
-const unsigned int sfrEecon1 = 0xA6;
-const unsigned int sfrEedata = 0xA8;
-const unsigned int sfrEeadr = 0xA9;
-const unsigned int sfrEeadrh = 0xAA;
-const unsigned int sfrTablat = 0xF5;
-const unsigned int sfrTblptrl = 0xF6;
-const unsigned int sfrTblptrh = 0xF7;
-const unsigned int sfrTblptru = 0xF8;
 
 // Bits of EECON1.
 const unsigned char rd = 0x01;
 const unsigned char wr = 0x02;
 const unsigned char wren = 0x04;
+const unsigned char wrerr = 0x08;
 const unsigned char freeRow = 0x10;
 const unsigned char cfgs = 0x40;
 const unsigned char eepgd = 0x80;
 
-const unsigned int tablePointerMask = 0x3FFFFF;
-const unsigned int eraseKeyLowAddress = 0x3C0004;
-const unsigned int eraseKeyHighAddress = 0x3C0005;
+const unsigned int lowEraseKeyAddress = 0x3C0004;
+const unsigned int highEraseKeyAddress = 0x3C0005;
 
 QString hexadecimal(unsigned int value)
 {
     return QLatin1String("0x") + QString::number(value, 16).toUpper();
 }
 
-unsigned int withByte(unsigned int word, int byte, unsigned char value)
-{
-    const int shift = 8 * byte;
-    return (word & ~(0xFFU << shift)) | static_cast<unsigned int>(value) << shift;
-}
-
-unsigned char halfFor(unsigned int address, unsigned int operand)
-{
-    return static_cast<unsigned char>(address & 1 ? operand >> 8 : operand);
-}
-
 } // namespace
 
-Pic18Core::Pic18Core(Pic18Memory &memory, const VirtualClock &clock, Violations &violations, const QString &name)
-    : m_Memory(memory), m_Clock(clock), m_Violations(violations), m_Name(name)
-{}
+// EEPGD and CFGS are unknown after power-on: they are set here, and a use before they are written is a violation.
+Pic18Core::Pic18Core(Pic18Memory &memory, BoardMonitor &monitor, const QString &name)
+    : m_Memory(memory), m_Monitor(monitor), m_Name(name), m_UndefinedBits(eepgd | cfgs)
+{
+    m_Registers[sfrEecon1] = eepgd | cfgs | wrerr;
+}
 
 void Pic18Core::report(const QString &text)
 {
-    m_Violations.record(m_Name, text);
+    m_Monitor.violation(m_Name, text);
 }
 
 void Pic18Core::reset()
@@ -61,9 +40,13 @@ void Pic18Core::reset()
     settleEepromWrite();
     if (isSet(wr) && !isSet(eepgd))
         report(QLatin1String("reset during an EEPROM write"));
-    m_Eecon1 = 0;
+    const unsigned char kept = m_Registers[sfrEecon1] & (eepgd | cfgs | wrerr);
+    m_Registers.fill(0);
+    m_Registers[sfrEecon1] = kept;
+    m_TablatLatched = true;
     m_Latches.clear();
     m_WritePending = false;
+    m_HighEraseKey.reset();
     m_BulkErase = BulkErase::Idle;
 }
 
@@ -74,190 +57,177 @@ void Pic18Core::execute(unsigned int instruction)
     const unsigned int operation = instruction >> 8;
     const bool bitOfEecon1 = operand == sfrEecon1 && (operation & 1) == 0;
     if (instruction == 0x0000) {
+        m_TablatLatched = true;
         if (m_BulkErase == BulkErase::KeysLoaded)
             m_BulkErase = BulkErase::Ready;
     } else if (operation == 0x0E) {
         m_W = static_cast<unsigned char>(operand);
-    } else if (operation == 0x6E) {
-        moveWTo(operand);
+    } else if (operation == 0x6E && operand != sfrEecon1) {
+        m_Registers[operand] = m_W;
+        m_TablatLatched = m_TablatLatched && operand != sfrTablat;
     } else if (operation == 0x50) {
-        moveToW(operand);
-    } else if (bitOfEecon1 && (operation & 0xF0) == 0x80) {
-        changeEecon1(operation >> 1 & 7, true);
-    } else if (bitOfEecon1 && (operation & 0xF0) == 0x90) {
-        changeEecon1(operation >> 1 & 7, false);
+        m_W = m_Registers[operand];
+    } else if (bitOfEecon1 && (operation & 0xE0) == 0x80) {
+        changeEecon1(static_cast<unsigned char>(1U << (operation >> 1 & 7)), (operation & 0x10) == 0);
     } else {
         report(QLatin1String("unknown core instruction ") + hexadecimal(instruction));
     }
 }
 
-void Pic18Core::moveWTo(unsigned int file)
+void Pic18Core::changeEecon1(unsigned char mask, bool set)
 {
-    switch (file) {
-    case sfrEedata:
-        m_Eedata = m_W;
-        break;
-    case sfrEeadr:
-        m_Eeadr = m_W;
-        break;
-    case sfrEeadrh:
-        m_Eeadrh = m_W;
-        break;
-    case sfrTablat:
-        m_Tablat = m_W;
-        break;
-    case sfrTblptrl:
-        m_TablePointer = withByte(m_TablePointer, 0, m_W);
-        break;
-    case sfrTblptrh:
-        m_TablePointer = withByte(m_TablePointer, 1, m_W);
-        break;
-    case sfrTblptru:
-        m_TablePointer = withByte(m_TablePointer, 2, m_W) & tablePointerMask;
-        break;
-    default:
-        report(QLatin1String("write to unknown register ") + hexadecimal(file));
-        break;
-    }
-}
-
-void Pic18Core::moveToW(unsigned int file)
-{
-    switch (file) {
-    case sfrEecon1:
-        m_W = m_Eecon1;
-        break;
-    case sfrEedata:
-        m_W = m_Eedata;
-        break;
-    case sfrTablat:
-        m_W = m_Tablat;
-        break;
-    default:
-        report(QLatin1String("read of unknown register ") + hexadecimal(file));
-        break;
-    }
-}
-
-void Pic18Core::changeEecon1(unsigned int bit, bool set)
-{
-    const unsigned char mask = static_cast<unsigned char>(1U << bit);
+    unsigned char &eecon1 = m_Registers[sfrEecon1];
+    m_UndefinedBits &= static_cast<unsigned char>(~mask);
     if (!set) {
         if (mask != wr && mask != rd) // only the device clears these two
-            m_Eecon1 = m_Eecon1 & static_cast<unsigned char>(~mask);
+            eecon1 &= static_cast<unsigned char>(~mask);
     } else if (mask == rd) {
-        if (!isSet(eepgd) && !isSet(cfgs))
-            m_Eedata = m_Memory.readEeprom(eepromAddress());
-    } else if (mask == wr) {
-        startWrite();
+        if (selects(0, "EEPROM read"))
+            m_Registers[sfrEedata] = m_Memory.readEeprom(eepromAddress());
+    } else if (mask == wr && !isSet(wren)) {
+        report(QLatin1String("write started while EECON1 does not enable writes"));
     } else {
-        m_Eecon1 |= mask;
+        eecon1 |= mask;
+        if (mask == wr && isSet(eepgd))
+            startProgramming();
+        else if (mask == wr && selects(0, "EEPROM write"))
+            m_EepromWriteEnd = m_Monitor.now() + m_EepromWriteTime;
     }
 }
 
-void Pic18Core::startWrite()
+/// EECON1 must select the memory (none of EEPGD and CFGS: the EEPROM), and not by what it held by accident.
+bool Pic18Core::selects(unsigned char memory, const char *action)
 {
-    if (!isSet(wren)) {
-        report(QLatin1String("write started while EECON1 does not enable writes"));
-        return;
-    }
-    m_Eecon1 |= wr;
-    if (isSet(eepgd))
-        prepareWrite();
-    else
-        m_EepromWriteEnd = m_Clock.now() + m_EepromWriteTime;
+    if (!m_UndefinedBits && (m_Registers[sfrEecon1] & (eepgd | cfgs)) == memory)
+        return true;
+    report(QString::fromLatin1("%1 with EECON1 %2%3 and table pointer %4")
+               .arg(QLatin1String(action), hexadecimal(m_Registers[sfrEecon1]),
+                    QLatin1String(m_UndefinedBits ? ", not set since power-on," : ""), hexadecimal(tablePointer())));
+    return false;
 }
 
 void Pic18Core::settleEepromWrite()
 {
-    if (!isSet(wr) || isSet(eepgd) || m_Clock.now() < m_EepromWriteEnd)
+    if (!isSet(wr) || isSet(eepgd) || m_Monitor.now() < m_EepromWriteEnd)
         return;
-    m_Memory.writeEeprom(eepromAddress(), m_Eedata);
-    m_Eecon1 = m_Eecon1 & static_cast<unsigned char>(~wr);
+    m_Registers[sfrEecon1] &= static_cast<unsigned char>(~wr);
+    if (m_Memory.isEepromWriteProtected())
+        return report(QLatin1String("EEPROM write ignored: the EEPROM is protected"));
+    m_Memory.writeEeprom(eepromAddress(), m_Registers[sfrEedata]);
+    m_Monitor.moment(m_Name.toLower() + QLatin1String(" eeprom"));
 }
 
-void Pic18Core::tableRead()
+unsigned int Pic18Core::tablePointer() const
 {
-    m_Tablat = m_Memory.read(m_TablePointer);
+    return (m_Registers[sfrTblptru] & 0x3F) * 0x10000U + m_Registers[sfrTblptrh] * 0x100U + m_Registers[sfrTblptrl];
 }
 
-void Pic18Core::moveTablePointer(int distance)
+void Pic18Core::moveTablePointer(unsigned int distance)
 {
-    m_TablePointer = (m_TablePointer + static_cast<unsigned int>(distance)) & tablePointerMask;
+    const unsigned int pointer = tablePointer() + distance;
+    m_Registers[sfrTblptrl] = static_cast<unsigned char>(pointer);
+    m_Registers[sfrTblptrh] = static_cast<unsigned char>(pointer >> 8);
+    m_Registers[sfrTblptru] = static_cast<unsigned char>(pointer >> 16);
 }
 
-// A word goes into two latches, the low byte into that of the even address.
-void Pic18Core::tableWrite(unsigned int operand)
+// The pointer stays, moves after the read up or down, or moves up before it.
+void Pic18Core::tableRead(unsigned int mode)
 {
-    if (m_TablePointer == eraseKeyHighAddress) {
-        m_EraseKeyHigh = halfFor(m_TablePointer, operand);
-    } else if (m_TablePointer == eraseKeyLowAddress) {
-        m_EraseKeyLow = halfFor(m_TablePointer, operand);
-        m_BulkErase = BulkErase::KeysLoaded;
+    if (mode == 3)
+        moveTablePointer(1);
+    m_Registers[sfrTablat] = m_Memory.read(tablePointer());
+    if (mode == 1 || mode == 2)
+        moveTablePointer(mode == 1 ? 1 : -1U);
+}
+
+void Pic18Core::latchTablat()
+{
+    if (!m_TablatLatched)
+        report(QLatin1String("no NOP between the write of TABLAT and its shift out"));
+}
+
+// The pointer moves on in modes 1 and 2; modes 2 and 3 start programming. A word goes into two latches, the low byte
+// into that of the even address.
+void Pic18Core::tableWrite(unsigned int mode, unsigned int operand)
+{
+    const unsigned int pointer = tablePointer();
+    if (pointer == lowEraseKeyAddress || pointer == highEraseKeyAddress) {
+        loadEraseKey(operand);
     } else {
-        const unsigned int even = m_TablePointer % Pic18Memory::rowSize & ~1U;
-        m_Latches[even] = halfFor(0, operand);
-        m_Latches[even + 1] = halfFor(1, operand);
+        const unsigned int even = pointer % Pic18Memory::rowSize & ~1U;
+        m_Latches[even] = static_cast<unsigned char>(operand);
+        m_Latches[even + 1] = static_cast<unsigned char>(operand >> 8);
+    }
+    if (mode >= 2)
+        startProgramming();
+    if (mode == 1 || mode == 2)
+        moveTablePointer(2);
+}
+
+void Pic18Core::loadEraseKey(unsigned int operand)
+{
+    const unsigned int key = operand & 0xFF;
+    if (key != operand >> 8)
+        report(QLatin1String("both halves of a bulk erase key differ: ") + hexadecimal(operand));
+    else if (tablePointer() == highEraseKeyAddress)
+        m_HighEraseKey = key;
+    else if (!m_HighEraseKey)
+        report(QLatin1String("low bulk erase key before the high one"));
+    else {
+        m_EraseKeys = *m_HighEraseKey << 8 | key;
+        m_BulkErase = BulkErase::KeysLoaded;
+        m_HighEraseKey.reset();
     }
 }
 
 void Pic18Core::startProgramming()
 {
-    const bool configuration = Pic18Memory::isConfiguration(m_TablePointer);
-    if (!isSet(eepgd) || isSet(cfgs) != configuration ||
-        !(configuration || m_Memory.isProgramOrUserId(m_TablePointer))) {
-        report(QLatin1String("programming started with EECON1 ") + hexadecimal(m_Eecon1) +
-               QLatin1String(" and table pointer ") + hexadecimal(m_TablePointer));
-        m_Latches.clear();
-    }
-    prepareWrite();
-}
-
-void Pic18Core::prepareWrite()
-{
-    m_WriteAddress = m_TablePointer;
+    const unsigned int pointer = tablePointer();
     m_WritePending = true;
+    m_WriteAddress.reset();
+    if (!m_Memory.isProgrammable(pointer))
+        report(QLatin1String("programming started at ") + hexadecimal(pointer) + QLatin1String(", where no memory is"));
+    else if (selects(Pic18Memory::isConfiguration(pointer) ? eepgd | cfgs : eepgd, "programming started"))
+        m_WriteAddress = pointer;
 }
 
 void Pic18Core::completeWrite()
 {
-    if (isSet(wr) && isSet(freeRow))
-        m_Memory.eraseRow(m_WriteAddress);
-    else
-        programLatches();
+    if (m_WriteAddress && m_Memory.isWriteProtected(*m_WriteAddress))
+        report(QLatin1String("write ignored: protected memory at ") + hexadecimal(*m_WriteAddress));
+    else if (m_WriteAddress && isSet(wr) && isSet(freeRow))
+        m_Memory.eraseRow(*m_WriteAddress);
+    else if (m_WriteAddress)
+        programLatches(*m_WriteAddress);
     abandonWrite();
 }
 
 void Pic18Core::abandonWrite()
 {
-    m_Eecon1 = m_Eecon1 & static_cast<unsigned char>(~(wr | freeRow));
+    m_Registers[sfrEecon1] &= static_cast<unsigned char>(~(wr | freeRow));
     m_Latches.clear();
     m_WritePending = false;
 }
 
 // Configuration memory is written byte by byte, the others by the row.
-void Pic18Core::programLatches()
+void Pic18Core::programLatches(unsigned int address)
 {
-    const unsigned int position = m_WriteAddress % Pic18Memory::rowSize;
-    const unsigned int row = m_WriteAddress - position;
+    const bool configuration = Pic18Memory::isConfiguration(address);
+    const unsigned int position = address % Pic18Memory::rowSize;
     for (auto latch = m_Latches.cbegin(); latch != m_Latches.cend(); ++latch) {
-        if (!isSet(cfgs) || latch.key() == position)
-            programByte(row + latch.key(), latch.value());
+        if (!configuration || latch.key() == position)
+            m_Memory.program(address - position + latch.key(), latch.value());
     }
-}
-
-void Pic18Core::programByte(unsigned int address, unsigned char value)
-{
-    if (!m_Memory.program(address, value))
-        report(QString::fromLatin1("no bit can rise from 0 to 1 when %1 is written at %2")
-                   .arg(hexadecimal(value), hexadecimal(address)));
+    m_Monitor.moment(m_Name.toLower() + QLatin1String(configuration ? " configuration" : " row"));
 }
 
 void Pic18Core::bulkErase()
 {
-    if (!m_Memory.eraseRegion(m_EraseKeyHigh, m_EraseKeyLow))
-        report(QLatin1String("unknown bulk erase keys ") + hexadecimal(m_EraseKeyHigh * 256U + m_EraseKeyLow));
     m_BulkErase = BulkErase::Idle;
+    if (m_Memory.bulkErase(m_EraseKeys))
+        m_Monitor.moment(m_Name.toLower() + QLatin1String(" erase"));
+    else
+        report(QLatin1String("unknown bulk erase keys ") + hexadecimal(m_EraseKeys));
 }
 
 } // namespace simulator

@@ -1,34 +1,33 @@
 #ifndef SIMULATOR_MODELS_PIC_PIC18CORE_H
 #define SIMULATOR_MODELS_PIC_PIC18CORE_H
 
-#include <QHash>
-#include <QString>
+#include <array>
+#include <optional>
 
+#include "simulator/models/pic/BoardMonitor.h"
 #include "simulator/models/pic/Pic18Memory.h"
 
 namespace simulator {
 
-class Violations;
-class VirtualClock;
-
-/// The part of a PIC18 that programming mode uses: the core instructions, the table pointer and its latches, and the
-/// control of writes and erases.
+/// The part of a PIC18 that programming mode uses: the core instructions, the special function registers, the table
+/// pointer and its latches, and the control of writes and erases. Which bits of a table command mean what is the same
+/// for reads and writes: `mode` is the command's low two bits.
 class Pic18Core
 {
 public:
-    Pic18Core(Pic18Memory &memory, const VirtualClock &clock, Violations &violations, const QString &name);
+    Pic18Core(Pic18Memory &memory, BoardMonitor &monitor, const QString &name);
 
-    void reset();
+    void reset(); ///< by MCLR
     void execute(unsigned int instruction);
-
-    unsigned char tablat() const { return m_Tablat; }
-    void tableRead();
-    void tableWrite(unsigned int operand);
-    void moveTablePointer(int distance);
+    void tableRead(unsigned int mode);
+    void tableWrite(unsigned int mode, unsigned int operand);
+    /// What is shifted out after a table read.
+    unsigned char tablat() const { return m_Registers[sfrTablat]; }
+    /// TABLAT is about to be shifted out by a command of its own.
+    void latchTablat();
 
     /// The latches are to be programmed, or the row erased, as soon as the clock is held.
     bool isWritePending() const { return m_WritePending; }
-    void startProgramming();
     void completeWrite();
     void abandonWrite();
 
@@ -41,35 +40,41 @@ public:
 private:
     enum class BulkErase { Idle, KeysLoaded, Ready };
 
+    // Special function registers, by their low address byte.
+    static const unsigned int sfrEecon1 = 0xA6;
+    static const unsigned int sfrEedata = 0xA8;
+    static const unsigned int sfrEeadr = 0xA9;
+    static const unsigned int sfrEeadrh = 0xAA;
+    static const unsigned int sfrTablat = 0xF5;
+    static const unsigned int sfrTblptrl = 0xF6;
+    static const unsigned int sfrTblptrh = 0xF7;
+    static const unsigned int sfrTblptru = 0xF8;
+
     void report(const QString &text);
-    void moveWTo(unsigned int file);
-    void moveToW(unsigned int file);
-    void changeEecon1(unsigned int bit, bool set);
-    void startWrite();
-    void prepareWrite();
+    void changeEecon1(unsigned char mask, bool set);
+    bool selects(unsigned char memory, const char *action);
+    void loadEraseKey(unsigned int operand);
+    void startProgramming();
     void settleEepromWrite();
-    void programLatches();
-    void programByte(unsigned int address, unsigned char value);
-    bool isSet(unsigned char bit) const { return m_Eecon1 & bit; }
-    unsigned int eepromAddress() const { return m_Eeadrh * 256U + m_Eeadr; }
+    void programLatches(unsigned int address);
+    void moveTablePointer(unsigned int distance);
+    bool isSet(unsigned char bits) const { return m_Registers[sfrEecon1] & bits; }
+    unsigned int tablePointer() const;
+    unsigned int eepromAddress() const { return m_Registers[sfrEeadrh] * 256U + m_Registers[sfrEeadr]; }
 
     Pic18Memory &m_Memory;
-    const VirtualClock &m_Clock;
-    Violations &m_Violations;
+    BoardMonitor &m_Monitor;
     QString m_Name;
 
     unsigned char m_W = 0;
-    unsigned char m_Tablat = 0;
-    unsigned char m_Eecon1 = 0;
-    unsigned char m_Eeadr = 0;
-    unsigned char m_Eeadrh = 0;
-    unsigned char m_Eedata = 0;
-    unsigned int m_TablePointer = 0;              ///< 22 bits
+    std::array<unsigned char, 256> m_Registers{};
+    unsigned char m_UndefinedBits; ///< of EECON1, since power-on
+    bool m_TablatLatched = true;
     QHash<unsigned int, unsigned char> m_Latches; ///< by position in the row; those not loaded leave their cell alone
     bool m_WritePending = false;
-    unsigned int m_WriteAddress = 0;
-    unsigned char m_EraseKeyHigh = 0;
-    unsigned char m_EraseKeyLow = 0;
+    std::optional<unsigned int> m_WriteAddress; ///< if the write is valid
+    std::optional<unsigned int> m_HighEraseKey;
+    unsigned int m_EraseKeys = 0;
     BulkErase m_BulkErase = BulkErase::Idle;
     qint64 m_EepromWriteEnd = 0;
     qint64 m_EepromWriteTime = 4000000; ///< the longest that a chip takes

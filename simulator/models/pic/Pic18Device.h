@@ -12,8 +12,7 @@ struct Pic18Device
 
     const char *name;
     unsigned short id;                  ///< device id, revision 0
-    unsigned int programSize;           ///< bytes
-    unsigned int blockCount;            ///< of 16 KiB each; the boot block is cut off from the first
+    unsigned int programSize;           ///< bytes, in blocks of 16 KiB; the boot block is cut off from the first
     bool bootSizeSelectable;            ///< by BBSIZ in CONFIG4L
     Configuration configurationMask;    ///< implemented bits; the others read 0
     Configuration configurationDefault; ///< as erased

@@ -1,186 +1,176 @@
 #include "simulator/models/pic/Pic18Memory.h"
 
+#include <QtAlgorithms>
+
 namespace simulator {
 
 namespace {
 
 const char erased = '\xFF';
-const unsigned int eepromSize = 1024;
 const unsigned int userIdBegin = 0x200000;
 const unsigned int userIdSize = 8;
 const unsigned int configurationBegin = 0x300000;
+const unsigned int configurationSize = 16;
 const unsigned int deviceIdBegin = 0x3FFFFE;
 const unsigned int blockSize = 0x4000;
+const unsigned int chipErase = 0x3F8F;
 
-// Indices of configuration bytes, and bits in them.
+// Configuration bytes by index. Of the three kinds of protection each has two bytes: bit n of such a word stands for
+// code block n, and a cleared bit protects.
 const unsigned int config4l = 6;
-const unsigned int config5l = 8; ///< bit n protects block n
-const unsigned int config5h = 9;
-const unsigned char bootProtect = 0x40;
-const unsigned char dataProtect = 0x80;
-const unsigned int bootSizeShift = 4;
+const unsigned int codeProtection = 8;
+const unsigned int writeProtection = 10;
+const unsigned int protectionEnd = 14;
+const unsigned int configurationBit = 0x2000; ///< of write protection only
+const unsigned int bootBit = 0x4000;
+const unsigned int eepromBit = 0x8000;
 
-bool isCleared(unsigned char byte, unsigned int mask)
-{
-    return (byte & mask) == 0;
-}
+const unsigned int bootSizeShift = 4; ///< of BBSIZ in CONFIG4L
 
 } // namespace
 
 Pic18Memory::Pic18Memory(const Pic18Device &device, unsigned char revision)
     : m_Device(device),
-      m_DeviceId(static_cast<unsigned short>(device.id | revision)),
+      m_DeviceId(device.id | revision),
       m_Program(static_cast<int>(device.programSize), erased),
       m_UserId(userIdSize, erased),
-      m_Eeprom(eepromSize, erased),
-      m_Configuration(device.configurationDefault)
-{}
-
-unsigned char Pic18Memory::read(unsigned int address) const
+      m_Configuration(configurationSize, '\0'),
+      m_Eeprom(eepromSize, erased)
 {
-    if (address < m_Device.programSize)
-        return isProtected(address) ? 0 : static_cast<unsigned char>(m_Program.at(static_cast<int>(address)));
-    if (isProgramOrUserId(address))
-        return static_cast<unsigned char>(m_UserId.at(static_cast<int>(address - userIdBegin)));
-    if (isConfiguration(address))
-        return m_Configuration[address - configurationBegin];
-    if (address == deviceIdBegin)
-        return static_cast<unsigned char>(m_DeviceId);
-    return address == deviceIdBegin + 1 ? static_cast<unsigned char>(m_DeviceId >> 8) : 0;
+    bulkErase(chipErase);
+}
+
+void Pic18Memory::keepIn(const QString &prefix)
+{
+    m_Program.keepIn(prefix + QLatin1String("program"));
+    m_UserId.keepIn(prefix + QLatin1String("userid"));
+    m_Configuration.keepIn(prefix + QLatin1String("configuration"));
+    m_Eeprom.keepIn(prefix + QLatin1String("eeprom"));
+}
+
+unsigned char Pic18Memory::read(unsigned int address)
+{
+    if (address < m_Device.programSize && isProtected(codeProtection, protectionBit(address)))
+        return 0;
+    if (const unsigned char *const byte = cell(address))
+        return *byte;
+    return address < deviceIdBegin ? 0 : static_cast<unsigned char>(m_DeviceId >> 8 * (address - deviceIdBegin));
 }
 
 unsigned char Pic18Memory::readEeprom(unsigned int address) const
 {
-    if (isCleared(m_Configuration[config5h], dataProtect))
-        return 0;
-    return static_cast<unsigned char>(m_Eeprom.at(static_cast<int>(address % eepromSize)));
-}
-
-bool Pic18Memory::isProgramOrUserId(unsigned int address) const
-{
-    return address < m_Device.programSize || (address >= userIdBegin && address < userIdBegin + userIdSize);
+    return isProtected(codeProtection, eepromBit) ? 0 : m_Eeprom[address % eepromSize];
 }
 
 bool Pic18Memory::isConfiguration(unsigned int address)
 {
-    return address >= configurationBegin && address < configurationBegin + Pic18Device::Configuration().size();
+    return address - configurationBegin < configurationSize;
 }
 
-char *Pic18Memory::cell(unsigned int address)
+bool Pic18Memory::isWriteProtected(unsigned int address) const
 {
-    return address < m_Device.programSize ? &m_Program.data()[address] : &m_UserId.data()[address - userIdBegin];
-}
-
-bool Pic18Memory::program(unsigned int address, unsigned char value)
-{
-    if (m_DeadRows.contains(address / rowSize))
-        return true;
     if (isConfiguration(address))
-        return programConfiguration(address - configurationBegin, value);
-    if (!isProgramOrUserId(address))
+        return isProtected(writeProtection, configurationBit);
+    if (address >= m_Device.programSize)
         return false;
-    char *const target = cell(address);
-    const unsigned char old = static_cast<unsigned char>(*target);
-    *target = static_cast<char>((old & value) ^ m_Flipped.value(address));
-    return (old & value) == value;
+    const unsigned int bit = protectionBit(address);
+    return isProtected(codeProtection, bit) || isProtected(writeProtection, bit);
 }
 
-// Configuration cells take ones as well as zeros, but for the protection bits, which only an erase can set.
-bool Pic18Memory::programConfiguration(unsigned int index, unsigned char value)
+bool Pic18Memory::isEepromWriteProtected() const
 {
-    const unsigned char old = m_Configuration[index];
-    const unsigned char implemented = value & m_Device.configurationMask[index];
-    m_Configuration[index] = index < config5l ? implemented : old & implemented;
-    return m_Configuration[index] == implemented;
+    return isProtected(codeProtection, eepromBit) || isProtected(writeProtection, eepromBit);
 }
 
-void Pic18Memory::writeEeprom(unsigned int address, unsigned char value)
+unsigned char *Pic18Memory::cell(unsigned int address)
 {
-    m_Eeprom[address % eepromSize] = static_cast<char>(value);
+    if (address < m_Device.programSize)
+        return &m_Program[address];
+    if (address - userIdBegin < userIdSize)
+        return &m_UserId[address - userIdBegin];
+    return isConfiguration(address) ? &m_Configuration[address - configurationBegin] : nullptr;
+}
+
+void Pic18Memory::program(unsigned int address, unsigned char value)
+{
+    unsigned char *const byte = cell(address);
+    if (!byte)
+        return;
+    if (!isConfiguration(address)) {
+        *byte = (*byte & value) ^ m_Flipped.value(address);
+        return;
+    }
+    const unsigned int index = address - configurationBegin;
+    const unsigned char settable = index < codeProtection ? 0xFF : *byte;
+    *byte = value & settable & m_Device.configurationMask[index];
 }
 
 void Pic18Memory::eraseRow(unsigned int address)
 {
     const unsigned int begin = address / rowSize * rowSize;
     if (begin < m_Device.programSize)
-        erase({begin, begin + rowSize});
+        erase(begin, begin + rowSize);
 }
 
-void Pic18Memory::erase(Region region)
+void Pic18Memory::erase(unsigned int begin, unsigned int end)
 {
-    for (unsigned int address = region.begin; address < region.end; ++address) {
-        const int stays = m_NeverErased.value(address) & ~*cell(address);
-        *cell(address) = static_cast<char>(~stays);
+    for (unsigned int address = begin; address < end; ++address)
+        m_Program[address] = static_cast<unsigned char>(~m_Stuck.value(address));
+}
+
+void Pic18Memory::breakErase(unsigned int address, unsigned char mask)
+{
+    m_Stuck[address] = mask;
+    m_Program[address] &= static_cast<unsigned char>(~mask);
+}
+
+// All regions, or one: the low key selects boot block, configuration, EEPROM or user id, the high key a code block.
+bool Pic18Memory::bulkErase(unsigned int keys)
+{
+    const unsigned int blockCount = m_Device.programSize / blockSize;
+    const unsigned int regions = keys ^ 0x80;
+    const unsigned int known = 0x0F | ((1U << blockCount) - 1) << 8;
+    if (keys != chipErase && (qPopulationCount(regions) != 1 || (regions & ~known)))
+        return false;
+
+    const unsigned int bootEnd = bootSize();
+    if (regions & 0x01) {
+        erase(0, bootEnd);
+        liftProtection(bootBit);
     }
-}
-
-// Erasing a region also lifts its protection.
-bool Pic18Memory::eraseRegion(unsigned char keyHigh, unsigned char keyLow)
-{
-    static const struct
-    {
-        unsigned int keys;
-        void (Pic18Memory::*erase)();
-    } regions[] = {
-        {0x0081, &Pic18Memory::eraseBootBlock}, {0x0082, &Pic18Memory::eraseConfiguration},
-        {0x0084, &Pic18Memory::eraseEeprom},    {0x0088, &Pic18Memory::eraseUserId},
-        {0x3F8F, &Pic18Memory::eraseChip},
-    };
-    const unsigned int keys = keyHigh * 256U + keyLow;
-    for (const auto &region : regions) {
-        if (region.keys == keys) {
-            (this->*region.erase)();
-            return true;
+    for (unsigned int block = 0; block < blockCount; ++block) {
+        if (regions >> 8 & 1U << block) {
+            erase(block == 0 ? bootEnd : block * blockSize, (block + 1) * blockSize);
+            liftProtection(1U << block);
         }
     }
-    for (unsigned int block = 0; block < m_Device.blockCount; ++block) {
-        if (keys == (0x100U << block | 0x80)) {
-            eraseBlock(block);
-            return true;
-        }
+    if (regions & 0x04) {
+        m_Eeprom.fill(erased);
+        liftProtection(eepromBit);
     }
-    return false;
+    if (regions & 0x08)
+        m_UserId.fill(erased);
+    for (unsigned int index = 0; regions & 0x02 && index < configurationSize; ++index)
+        m_Configuration[index] = m_Device.configurationDefault[index];
+    return true;
 }
 
-void Pic18Memory::eraseBootBlock()
+bool Pic18Memory::isProtected(unsigned int protection, unsigned int bit) const
 {
-    erase({0, bootSize()});
-    m_Configuration[config5h] |= bootProtect;
+    return !((m_Configuration[protection] + m_Configuration[protection + 1] * 0x100U) & bit);
 }
 
-void Pic18Memory::eraseBlock(unsigned int block)
+void Pic18Memory::liftProtection(unsigned int bit)
 {
-    erase(blockRegion(block));
-    m_Configuration[config5l] = static_cast<unsigned char>(m_Configuration[config5l] | 1U << block);
+    for (unsigned int index = codeProtection; index < protectionEnd; ++index) {
+        const unsigned int half = index % 2 ? bit >> 8 : bit;
+        m_Configuration[index] |= static_cast<unsigned char>(half & m_Device.configurationMask[index]);
+    }
 }
 
-void Pic18Memory::eraseUserId()
+unsigned int Pic18Memory::protectionBit(unsigned int address) const
 {
-    erase({userIdBegin, userIdBegin + userIdSize});
-}
-
-void Pic18Memory::eraseConfiguration()
-{
-    m_Configuration = m_Device.configurationDefault;
-}
-
-void Pic18Memory::eraseEeprom()
-{
-    m_Eeprom.fill(erased);
-    m_Configuration[config5h] |= dataProtect;
-}
-
-void Pic18Memory::eraseChip()
-{
-    erase({0, m_Device.programSize});
-    eraseUserId();
-    eraseEeprom();
-    eraseConfiguration();
-}
-
-Pic18Memory::Region Pic18Memory::blockRegion(unsigned int block) const
-{
-    return {block == 0 ? bootSize() : block * blockSize, (block + 1) * blockSize};
+    return address < bootSize() ? bootBit : 1U << address / blockSize;
 }
 
 // BBSIZ: 1, 2 or 4 Ki words; without it 1 Ki words.
@@ -188,13 +178,6 @@ unsigned int Pic18Memory::bootSize() const
 {
     static const unsigned int sizes[] = {0x800, 0x1000, 0x2000, 0x2000};
     return m_Device.bootSizeSelectable ? sizes[m_Configuration[config4l] >> bootSizeShift & 3] : sizes[0];
-}
-
-bool Pic18Memory::isProtected(unsigned int address) const
-{
-    if (address < bootSize())
-        return isCleared(m_Configuration[config5h], bootProtect);
-    return isCleared(m_Configuration[config5l], 1U << address / blockSize);
 }
 
 } // namespace simulator

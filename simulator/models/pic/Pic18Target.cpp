@@ -1,13 +1,12 @@
 #include "simulator/models/pic/Pic18Target.h"
 
-#include "simulator/models/pic/Violations.h"
-#include "simulator/models/pic/VirtualClock.h"
-
 namespace simulator {
 
 namespace {
 
-// Minimum times of the programming data sheet in nanoseconds, at a supply of 5 V.
+// Minimum times of the data sheets in nanoseconds, at a supply of 5 V. The gaps between command, operand and data (P5,
+// P6) are no longer than a low clock.
+const qint64 mclrLow = 2000;
 const qint64 p2ClockPeriod = 100;
 const qint64 p2aClockLow = 40;
 const qint64 p2bClockHigh = 40;
@@ -18,18 +17,12 @@ const qint64 p10Discharge = 100000;
 const qint64 p11BulkErase = 5000000;
 const qint64 p12EntryHold = 2000;
 
-enum Command {
-    CoreInstruction = 0x0,
-    ShiftOutTablat = 0x2,
-    TableRead = 0x8,
-    TableReadPostIncrement = 0x9,
-    TableReadPostDecrement = 0xA,
-    TableReadPreIncrement = 0xB,
-    TableWrite = 0xC,
-    TableWritePostIncrement = 0xD,
-    TableWriteStartProgrammingPostIncrement = 0xE,
-    TableWriteStartProgramming = 0xF
-};
+// 4-bit commands. The low two bits of a table command are its mode.
+const unsigned int coreInstruction = 0x0;
+const unsigned int shiftOutTablat = 0x2;
+const unsigned int tableRead = 0x8;
+const unsigned int tableWrite = 0xC;
+const unsigned int modeBits = 0x3;
 
 const int commandBits = 4;
 const int operandBits = 16;
@@ -37,25 +30,22 @@ const int byteBits = 8;
 
 } // namespace
 
-Pic18Target::Pic18Target(const Pic18Device &device, const QString &name, const VirtualClock &clock,
-                         Violations &violations)
-    : m_Clock(clock),
-      m_Violations(violations),
-      m_Name(name),
-      m_Memory(device, 7),
-      m_Core(m_Memory, clock, violations, name)
+Pic18Target::Pic18Target(const Pic18Device &device, const QString &name, BoardMonitor &monitor)
+    : m_Monitor(monitor), m_Name(name), m_Memory(device, 7), m_Core(m_Memory, monitor, name)
 {}
 
-void Pic18Target::report(const QString &text)
+void Pic18Target::report(const char *text)
 {
-    m_Violations.record(m_Name, text);
+    m_Monitor.violation(m_Name, QLatin1String(text));
 }
 
 void Pic18Target::requireAtLeast(qint64 minimum, qint64 actual, const char *what)
 {
     if (actual >= minimum)
         return;
-    report(QString::fromLatin1("%1 of %2 ns, at least %3 ns needed").arg(QLatin1String(what)).arg(actual).arg(minimum));
+    m_Monitor.violation(
+        m_Name,
+        QString::fromLatin1("%1 of %2 ns, at least %3 ns needed").arg(QLatin1String(what)).arg(actual).arg(minimum));
 }
 
 std::optional<bool> Pic18Target::dataOut() const
@@ -84,15 +74,20 @@ void Pic18Target::drive(const Lines &lines)
 
 void Pic18Target::changeMclr(const Lines &lines)
 {
+    const qint64 now = m_Monitor.now();
     if (m_ProgrammingMode) {
-        if (m_Clock.now() < m_RestEnd)
-            report(QLatin1String("programming mode left before the end of a write or erase"));
+        if (m_Core.isWritePending())
+            report("programming mode left during P9: the write is lost");
+        else if (now < m_RestEnd)
+            report("programming mode left before the end of a write or erase");
         m_Core.reset();
     }
     m_ProgrammingMode = !m_Absent && lines.mclr == Mclr::ProgrammingVoltage && !lines.pgc && !lines.pgd;
+    if (m_ProgrammingMode && m_Lines.mclr == Mclr::Low) // a chip that runs its program does not notice a shorter one
+        requireAtLeast(mclrLow, now - m_MclrChange, "reset pulse");
     m_Lines.pgc = lines.pgc;
     m_Lines.pgd = lines.pgd;
-    m_Entry = m_Clock.now();
+    m_MclrChange = now;
     m_LastRise.reset();
     m_LastFall.reset();
     m_LastDataChange = m_EraseEnd = m_RestEnd = 0;
@@ -102,49 +97,47 @@ void Pic18Target::changeMclr(const Lines &lines)
 
 void Pic18Target::dataChanges(bool level)
 {
-    const qint64 now = m_Clock.now();
+    const qint64 now = m_Monitor.now();
     m_LastDataChange = now;
+    requireAtLeast(p12EntryHold, now - m_MclrChange, "entry hold time");
     if (m_LastFall)
         requireAtLeast(p4DataHold, now - *m_LastFall, "data hold time");
     if (level && now < m_EraseEnd)
-        report(QLatin1String("PGD high during a bulk erase"));
+        report("PGD high during a bulk erase");
 }
 
+// While the chip erases itself the clock may run, but not once its high voltage discharges.
 void Pic18Target::clockRises(bool dataDriven)
 {
-    const qint64 now = m_Clock.now();
-    if (!m_LastRise)
-        requireAtLeast(p12EntryHold, now - m_Entry, "entry hold time");
-    else
+    const qint64 now = m_Monitor.now();
+    requireAtLeast(p12EntryHold, now - m_MclrChange, "entry hold time");
+    if (m_LastRise)
         requireAtLeast(p2ClockPeriod, now - *m_LastRise, "clock period");
     if (m_LastFall)
         requireAtLeast(p2aClockLow, now - *m_LastFall, "clock low time");
-    if (now < m_RestEnd)
-        report(QString::fromLatin1("clocked %1 ns before the end of a write or erase").arg(m_RestEnd - now));
+    if (now >= m_EraseEnd && now < m_RestEnd)
+        report("clocked before the end of a write or erase");
     m_LastRise = now;
 
     m_DataOut.reset();
     if (m_Phase == Phase::DataOut) {
         m_DataOut = m_Shift & 1;
         m_Shift >>= 1;
-        if (dataDriven)
-            report(QLatin1String("PGD driven from both ends"));
     }
+    if (dataDriven == m_DataOut.has_value())
+        report(dataDriven ? "PGD driven from both ends" : "PGD not driven at a clock");
 }
 
+// The serial interface rests while the chip erases itself.
 void Pic18Target::clockFalls()
 {
-    const qint64 now = m_Clock.now();
-    requireAtLeast(p2bClockHigh, now - m_LastRise.value_or(m_Entry), "clock high time");
-    if (m_Phase == Phase::Command || m_Phase == Phase::Operand)
+    const qint64 now = m_Monitor.now();
+    requireAtLeast(p2bClockHigh, now - m_LastRise.value_or(m_MclrChange), "clock high time");
+    if (m_Phase != Phase::DataOut)
         requireAtLeast(p3DataSetup, now - m_LastDataChange, "data setup time");
-    if (now >= m_EraseEnd) // the serial interface rests while the chip erases itself
-        takeBit();
     m_LastFall = now;
-}
-
-void Pic18Target::takeBit()
-{
+    if (now < m_EraseEnd)
+        return;
     if (m_Phase != Phase::DataOut && m_Lines.pgd)
         m_Shift |= 1U << m_BitsTaken;
     ++m_BitsTaken;
@@ -187,60 +180,37 @@ void Pic18Target::completeCommand()
     else if (m_Core.isBulkEraseReady())
         startBulkErase();
 
-    switch (m_Command) {
-    case CoreInstruction:
-    case TableWrite:
-    case TableWritePostIncrement:
-    case TableWriteStartProgrammingPostIncrement:
-    case TableWriteStartProgramming:
-        beginPhase(Phase::Operand, operandBits);
-        return;
-    case TableReadPreIncrement:
-        m_Core.moveTablePointer(1);
-        break;
-    case ShiftOutTablat:
-    case TableRead:
-    case TableReadPostIncrement:
-    case TableReadPostDecrement:
-        break;
-    default:
-        report(QString::fromLatin1("unknown command 0x%1").arg(m_Command, 0, 16));
-        beginPhase(Phase::Command, commandBits);
-        return;
+    if (m_Command == coreInstruction || m_Command >= tableWrite)
+        return beginPhase(Phase::Operand, operandBits);
+    if (m_Command == shiftOutTablat) {
+        m_Core.latchTablat();
+    } else if (m_Command >= tableRead) {
+        m_Core.tableRead(m_Command & modeBits);
+    } else {
+        report("unknown command");
+        return beginPhase(Phase::Command, commandBits);
     }
-    if (m_Command != ShiftOutTablat)
-        m_Core.tableRead();
-    if (m_Command == TableReadPostIncrement)
-        m_Core.moveTablePointer(1);
-    if (m_Command == TableReadPostDecrement)
-        m_Core.moveTablePointer(-1);
     beginPhase(Phase::ReadOperand, byteBits);
 }
 
 void Pic18Target::completeOperand()
 {
-    const unsigned int operand = m_Shift;
-    if (m_Command == CoreInstruction) {
-        m_Core.execute(operand);
-    } else {
-        m_Core.tableWrite(operand);
-        if (m_Command >= TableWriteStartProgrammingPostIncrement)
-            m_Core.startProgramming();
-    }
-    if (m_Command == TableWritePostIncrement || m_Command == TableWriteStartProgrammingPostIncrement)
-        m_Core.moveTablePointer(2);
+    if (m_Command == coreInstruction)
+        m_Core.execute(m_Shift);
+    else
+        m_Core.tableWrite(m_Command & modeBits, m_Shift);
     beginPhase(Phase::Command, commandBits);
 }
 
 // The write lasts as long as the fourth clock of the NOP behind it is high.
 void Pic18Target::endHeldClock()
 {
-    const qint64 now = m_Clock.now();
+    const qint64 now = m_Monitor.now();
     const qint64 held = now - m_LastRise.value_or(now);
-    if (m_Command != CoreInstruction)
-        report(QLatin1String("no NOP follows a programming command"));
+    if (m_Command != coreInstruction)
+        report("no NOP follows a programming command");
     requireAtLeast(p9Programming, held, "programming time");
-    if (m_Command == CoreInstruction && held >= p9Programming)
+    if (m_Command == coreInstruction && held >= p9Programming)
         m_Core.completeWrite();
     else
         m_Core.abandonWrite();
@@ -249,12 +219,10 @@ void Pic18Target::endHeldClock()
 
 void Pic18Target::startBulkErase()
 {
-    if (m_Command != CoreInstruction) {
-        report(QLatin1String("no second NOP follows the bulk erase keys"));
-        return;
-    }
+    if (m_Command != coreInstruction)
+        return report("no second NOP follows the bulk erase keys");
     m_Core.bulkErase();
-    m_EraseEnd = m_Clock.now() + p11BulkErase;
+    m_EraseEnd = m_Monitor.now() + p11BulkErase;
     m_RestEnd = m_EraseEnd + p10Discharge;
 }
 

@@ -1,10 +1,7 @@
 #ifndef SIMULATOR_MODELS_PIC_PIC18TARGET_H
 #define SIMULATOR_MODELS_PIC_PIC18TARGET_H
 
-#include <optional>
-
 #include "simulator/models/pic/Pic18Core.h"
-#include "simulator/models/pic/Pic18Memory.h"
 
 namespace simulator {
 
@@ -27,7 +24,7 @@ public:
         bool dataDriven; ///< the updater drives PGD
     };
 
-    Pic18Target(const Pic18Device &device, const QString &name, const VirtualClock &clock, Violations &violations);
+    Pic18Target(const Pic18Device &device, const QString &name, BoardMonitor &monitor);
 
     /// The lines have taken these levels now.
     void drive(const Lines &lines);
@@ -53,7 +50,6 @@ private:
     void dataChanges(bool level);
     void clockRises(bool dataDriven);
     void clockFalls();
-    void takeBit();
     void completePhase();
     void completeCommand();
     void completeOperand();
@@ -61,10 +57,9 @@ private:
     void startBulkErase();
     void beginPhase(Phase phase, int bits);
     void requireAtLeast(qint64 minimum, qint64 actual, const char *what);
-    void report(const QString &text);
+    void report(const char *text);
 
-    const VirtualClock &m_Clock;
-    Violations &m_Violations;
+    BoardMonitor &m_Monitor;
     QString m_Name;
     Pic18Memory m_Memory;
     Pic18Core m_Core;
@@ -79,7 +74,7 @@ private:
     unsigned int m_Command = 0;
     std::optional<bool> m_DataOut;
 
-    qint64 m_Entry = 0;
+    qint64 m_MclrChange = 0;
     std::optional<qint64> m_LastRise;
     std::optional<qint64> m_LastFall;
     qint64 m_LastDataChange = 0;

@@ -6,7 +6,7 @@
 
 namespace simulator {
 
-/// The registers of the pin-control block: seven banks of 32 pins. What is on an input pin is the board's business.
+/// The registers of the pin-control block. What is on an input pin is the board's business.
 class PinBlock
 {
 public:
@@ -17,24 +17,36 @@ public:
     };
 
     /// The bank of the register at `offset`.
-    static unsigned int bankOf(unsigned int offset) { return offset / 0x10 % 0x10; }
+    static unsigned int bankOf(unsigned int offset) { return offset / distance % 0x10; }
 
-    uint32_t read(unsigned int offset) const;
-    /// Writes to an output or output-enable register; input registers cannot be written.
-    void write(unsigned int offset, uint32_t value);
+    uint32_t read(unsigned int offset) const { return isRegister(offset) ? m_Words[offset / distance] : 0; }
+    /// Input registers cannot be written.
+    void write(unsigned int offset, uint32_t value)
+    {
+        if (isRegister(offset) && offset - bankOf(offset) * distance != input * distance)
+            m_Words[offset / distance] = value;
+    }
 
-    bool isOutput(Pin pin) const { return m_OutputEnable[pin.bank] >> pin.bit & 1; }
-    bool isDrivenHigh(Pin pin) const { return isOutput(pin) && (m_Output[pin.bank] >> pin.bit & 1); }
-    bool isDrivenLow(Pin pin) const { return isOutput(pin) && !(m_Output[pin.bank] >> pin.bit & 1); }
-    void setInput(Pin pin, bool level);
+    bool isOutput(Pin pin) const { return m_Words[outputEnable + pin.bank] >> pin.bit & 1; }
+    bool isDrivenHigh(Pin pin) const { return isOutput(pin) && (m_Words[output + pin.bank] >> pin.bit & 1); }
+    bool isDrivenLow(Pin pin) const { return isOutput(pin) && !(m_Words[output + pin.bank] >> pin.bit & 1); }
+    void setInput(Pin pin, bool level)
+    {
+        uint32_t &word = m_Words[input + pin.bank];
+        word = level ? word | 1U << pin.bit : word & ~(1U << pin.bit);
+    }
 
 private:
-    static const unsigned int bankCount = 7;
-    using Registers = std::array<uint32_t, bankCount>;
+    // Between two registers lie the aliases that set, clear and toggle the bits of the first, which nobody uses.
+    static const unsigned int distance = 0x10;
+    // Indices of the registers of bank 0.
+    static const unsigned int output = 0x70;
+    static const unsigned int input = 0x90;
+    static const unsigned int outputEnable = 0xB0;
 
-    Registers m_Output{};
-    Registers m_Input{};
-    Registers m_OutputEnable{};
+    static bool isRegister(unsigned int offset) { return offset < 0x1000 && offset % distance == 0; }
+
+    std::array<uint32_t, 0x100> m_Words{};
 };
 
 } // namespace simulator

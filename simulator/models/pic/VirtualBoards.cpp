@@ -23,11 +23,10 @@ std::unique_ptr<VirtualBoards> &slot()
 
 } // namespace
 
-VirtualBoards::VirtualBoards(const Devices &devices) : m_Violations(m_Clock)
+VirtualBoards::VirtualBoards(const Devices &devices)
 {
     for (size_t pic = 0; pic < m_Pics.size(); ++pic)
-        m_Pics[pic] = std::make_unique<Pic18Target>(*devices[pic], QString::fromLatin1("PIC %1").arg(pic + 1), m_Clock,
-                                                    m_Violations);
+        m_Pics[pic] = std::make_unique<Pic18Target>(*devices[pic], QString::fromLatin1("PIC %1").arg(pic + 1), *this);
 }
 
 VirtualBoards &VirtualBoards::installed()
@@ -44,15 +43,21 @@ VirtualBoards &VirtualBoards::install(const Devices &devices)
     return *slot();
 }
 
+void VirtualBoards::keepIn(const QString &folder)
+{
+    for (int number = 1; number <= picCount; ++number)
+        pic(number).memory().keepIn(QString::fromLatin1("%1/pic%2.").arg(folder).arg(number));
+}
+
 uint32_t VirtualBoards::readRegister(unsigned int offset)
 {
-    m_Clock.advance(accessNanoseconds);
+    advance(accessNanoseconds);
     return m_Pins.read(offset);
 }
 
 void VirtualBoards::writeRegister(unsigned int offset, uint32_t value)
 {
-    m_Clock.advance(accessNanoseconds);
+    advance(accessNanoseconds);
     const uint32_t changed = m_Pins.read(offset) ^ value;
     if (changed == 0)
         return;
@@ -64,7 +69,7 @@ void VirtualBoards::writeRegister(unsigned int offset, uint32_t value)
 
 void VirtualBoards::wait(qint64 nanoseconds)
 {
-    m_Clock.advance(nanoseconds);
+    advance(nanoseconds);
     m_Waited += nanoseconds;
 }
 
@@ -97,7 +102,7 @@ void VirtualBoards::judgeClock(bool pgc)
     const bool rises = pgc && !m_Pgc;
     m_Pgc = pgc;
     if (rises && std::count_if(m_Pics.begin(), m_Pics.end(), [](const auto &pic) { return pic->isOutOfReset(); }) > 1)
-        m_Violations.record(QLatin1String("PGC"), QLatin1String("more than one PIC out of reset at a clock"));
+        violation(QLatin1String("PGC"), QLatin1String("more than one PIC out of reset at a clock"));
 }
 
 } // namespace simulator

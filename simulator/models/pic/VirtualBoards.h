@@ -2,20 +2,17 @@
 #define SIMULATOR_MODELS_PIC_VIRTUALBOARDS_H
 
 #include <array>
-#include <functional>
 #include <memory>
 
 #include "simulator/models/pic/Pic18Target.h"
 #include "simulator/models/pic/PinBlock.h"
-#include "simulator/models/pic/Violations.h"
-#include "simulator/models/pic/VirtualClock.h"
 
 namespace simulator {
 
 /// The boards of the virtual instrument on the SoC's pins: four PIC18 that share PGC, PGD and the programming voltage,
 /// each with an MCLR line of its own that a resistor pulls up. While the enable line is high, an MCLR pin that the SoC
 /// drives high carries the programming voltage; one that it leaves alone falls back to the supply.
-class VirtualBoards
+class VirtualBoards : public BoardMonitor
 {
 public:
     static const int picCount = 4;
@@ -29,6 +26,8 @@ public:
     static VirtualBoards &installed();
     /// Replaces them by new ones, switched on and erased.
     static VirtualBoards &install(const Devices &devices);
+    /// Keeps the memories of the PICs in files of `folder`, and goes on with what these hold.
+    void keepIn(const QString &folder);
 
     // The SoC's side.
     uint32_t readRegister(unsigned int offset);
@@ -40,8 +39,6 @@ public:
 
     Pic18Target &pic(int number) { return *m_Pics[static_cast<size_t>(number - 1)]; } ///< 1 to 4
     const PinBlock &pins() const { return m_Pins; }
-    const VirtualClock &clock() const { return m_Clock; }
-    const QStringList &violations() const { return m_Violations.list(); }
     qint64 waited() const { return m_Waited; } ///< nanoseconds of delays alone, without the pin accesses
 
 private:
@@ -49,8 +46,6 @@ private:
     Pic18Target::Mclr mclr(size_t pic) const;
     void judgeClock(bool pgc);
 
-    VirtualClock m_Clock;
-    Violations m_Violations;
     PinBlock m_Pins;
     std::array<std::unique_ptr<Pic18Target>, picCount> m_Pics;
     bool m_Pgc = false;

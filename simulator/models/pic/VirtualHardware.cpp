@@ -1,12 +1,12 @@
 #include "pic/MemoryMappedPinController.h"
 
-#include <QtGlobal>
-
+#include "pic/PicDelay.h"
 #include "simulator/models/pic/VirtualBoards.h"
 
 using namespace simulator;
 
-// The pins of the virtual instrument: what the updater loads and stores reaches the virtual boards.
+// Pins and delays of the virtual instrument: what the updater loads and stores reaches the virtual boards, and its
+// waits pass on their clock.
 
 namespace {
 
@@ -45,4 +45,16 @@ void MemoryMappedPinController::setValue(unsigned int registerOffset, unsigned i
 bool MemoryMappedPinController::getValue(unsigned int registerOffset, unsigned int pinMask)
 {
     return (VirtualBoards::installed().readRegister(registerOffset) & pinMask) != 0;
+}
+
+void waitFor(PIC_DELAY delay)
+{
+    VirtualBoards::installed().wait(picDelayNanoseconds[delay]);
+}
+
+// The C library's, with which the updater lets the boards settle: on their clock. A test may have one of its own.
+extern "C" __attribute__((weak)) unsigned int sleep(unsigned int seconds)
+{
+    VirtualBoards::installed().advance(seconds * Q_INT64_C(1000000000));
+    return 0;
 }
