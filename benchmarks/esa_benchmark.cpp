@@ -1,19 +1,18 @@
-// A 64 KiB image to an ESA board at paced 115200 baud, as a ratio to what the line allows when every block waits for
-// its reply; beside it sx of lrzsz over the same line. Runs in the sandbox.
+// A 64 KiB image to an ESA board at 115200 baud, as a ratio to what the line allows when every block waits for its
+// reply. Runs in the sandbox.
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QProcess>
 #include <QSettings>
 #include <QTextStream>
-#include <QThread>
 #include <QVector>
 #include <algorithm>
 
 #include "benchmarks/BenchmarkUpdate.h"
 #include "screens/UpdaterProgressScreen.h"
-#include "serial/TtyHandler.h"
+#include "simulator/models/esa/EsaBoards.h"
+
+using namespace simulator;
 
 namespace {
 
@@ -22,50 +21,47 @@ const double lineLimit = 128 * 11520.0 / 134; // bytes a second: 133 bytes and o
 const double ratioGoal = 0.98;
 const double turnaroundGoalMs = 0.2;
 
-/// Takes the time from the moment at which the program is told of a reply to the end of its write of the next packet.
-class TurnaroundMeter : public QObject
+/// Takes the times at which the program sends its packets and the board gets them.
+class TransferMeter : public QObject
 {
     Q_OBJECT
 
 public:
-    explicit TurnaroundMeter(UpdaterProgressScreen *screen)
+    TransferMeter(UpdaterProgressScreen *screen, EsaBoards *boards)
     {
-        connect(screen->findChild<TtyHandler *>(), SIGNAL(readyRead()), this, SLOT(replyArrived()));
+        m_Clock.start();
         connect(screen, SIGNAL(ESAUpdateSendNextPacket()), this, SLOT(packetSent()));
+        boards->onMoment = [this, boards](const QString &) {
+            m_End = m_Clock.nsecsElapsed();
+            m_ReplyArrival = m_End + boards->byteNanoseconds;
+        };
     }
 
-    double percentileMs(int percent)
+    double seconds() const { return static_cast<double>(m_End - m_Begin) / 1e9; }
+
+    double turnaroundMs(int percent)
     {
-        std::sort(m_Nanoseconds.begin(), m_Nanoseconds.end());
-        return static_cast<double>(m_Nanoseconds.at((m_Nanoseconds.size() - 1) * percent / 100)) / 1e6;
+        std::sort(m_Turnarounds.begin(), m_Turnarounds.end());
+        return static_cast<double>(m_Turnarounds.at((m_Turnarounds.size() - 1) * percent / 100)) / 1e6;
     }
 
 protected slots:
-    void replyArrived() { m_Timer.start(); }
-    void packetSent() { m_Nanoseconds << m_Timer.nsecsElapsed(); }
+    void packetSent()
+    {
+        const qint64 now = m_Clock.nsecsElapsed();
+        if (m_Begin == 0)
+            m_Begin = now;
+        else
+            m_Turnarounds << now - m_ReplyArrival;
+    }
 
 private:
-    QElapsedTimer m_Timer;
-    QVector<qint64> m_Nanoseconds;
+    QElapsedTimer m_Clock;
+    qint64 m_Begin = 0;
+    qint64 m_End = 0;
+    qint64 m_ReplyArrival = 0;
+    QVector<qint64> m_Turnarounds; ///< from a reply's arrival to the end of the write of what follows
 };
-
-QString program(const char *name)
-{
-    return QApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
-}
-
-/// Starts a far end of the line and waits for its port.
-void start(QProcess *process, const char *name, const QStringList &ports)
-{
-    process->start(program(name), ports);
-    while (!QFile::exists(ports.last()))
-        QThread::msleep(10);
-}
-
-double ratioOf(double seconds)
-{
-    return imageSize / seconds / lineLimit;
-}
 
 QByteArray image()
 {
@@ -73,34 +69,6 @@ QByteArray image()
     for (int index = 0; index < imageSize; ++index)
         bytes.append(static_cast<char>(index * 31 + index / 256));
     return bytes;
-}
-
-void startOnPort(QProcess *process, const QString &name, const QStringList &arguments, const QString &port)
-{
-    process->setStandardInputFile(port);
-    process->setStandardOutputFile(port);
-    process->start(name, arguments);
-}
-
-double secondsOfSx()
-{
-    const QStringList ports = QStringList() << QLatin1String("/dev/ttySender") << QLatin1String("/dev/ttyReceiver");
-    QFile file(QLatin1String("/tmp/image"));
-    if (file.open(QIODevice::WriteOnly))
-        file.write(image());
-    file.close();
-    QProcess relay;
-    start(&relay, "esa-paced-relay", ports);
-    QProcess receiver;
-    startOnPort(&receiver, QLatin1String("rx"), QStringList() << QLatin1String("-c") << QLatin1String("/tmp/received"),
-                ports.last());
-    QProcess sender;
-    startOnPort(&sender, QLatin1String("sx"), QStringList(file.fileName()), ports.first());
-    relay.waitForFinished(60000);
-    receiver.waitForFinished(1000);
-    QFile received(QLatin1String("/tmp/received"));
-    const bool complete = received.open(QIODevice::ReadOnly) && received.readAll() == image();
-    return complete ? relay.readAllStandardOutput().trimmed().toDouble() : 0;
 }
 
 } // namespace
@@ -113,26 +81,18 @@ int main(int argc, char **argv)
     QSettings().setValue(QLatin1String("AvrEnable"), true);
     QTextStream out(stdout);
 
-    QProcess board;
-    start(&board, "esa-paced-board", QStringList(QLatin1String("/dev/ttyAPP1")));
+    EsaBoards boards(nullptr);
     putPackageOnCard("ESA_M_APP:/payload\n", image());
     UpdaterProgressScreen screen(nullptr, Qt::FramelessWindowHint);
-    TurnaroundMeter turnaround(&screen);
+    TransferMeter meter(&screen, &boards);
     secondsOfUpdateFromCard(&screen);
-    board.waitForFinished(1000);
-    const QList<QByteArray> result = board.readAllStandardOutput().trimmed().split(' ');
-    if (result.size() != 4 || result.at(1).toInt() != imageSize || board.exitCode() != 0) {
-        out << "the board did not get the image\n";
-        return 0;
+    if (boards.measurementBoard().application() != image() || !boards.violations().isEmpty()) {
+        out << "the board did not get the image: " << boards.violations().join(QLatin1String("; ")) << '\n';
+        return 1;
     }
-    const double sxSeconds = secondsOfSx();
-    if (sxSeconds > 0)
-        out << "figure esa.sx_ratio_to_limit " << ratioOf(sxSeconds) << " -\n";
-    out << "figure esa.line_turnaround_median_ms " << result.at(2) << " -\n";
-    out << "figure esa.line_turnaround_p99_ms " << result.at(3) << " -\n";
-    out << "figure esa.turnaround_p99_ms " << turnaround.percentileMs(99) << " -\n";
-    out << "figure esa.turnaround_median_ms " << turnaround.percentileMs(50) << ' ' << turnaroundGoalMs << '\n';
-    out << "figure esa.ratio_to_limit " << ratioOf(result.at(0).toDouble()) << ' ' << ratioGoal << '\n';
+    out << "figure esa.turnaround_p99_ms " << meter.turnaroundMs(99) << " -\n";
+    out << "figure esa.turnaround_median_ms " << meter.turnaroundMs(50) << ' ' << turnaroundGoalMs << '\n';
+    out << "figure esa.ratio_to_limit " << imageSize / meter.seconds() / lineLimit << ' ' << ratioGoal << '\n';
     return 0;
 }
 

@@ -1,11 +1,14 @@
 #include "simulator/models/PseudoTerminal.h"
 
 #include <QCoreApplication>
+#include <QList>
 #include <QSocketNotifier>
 #include <cstdlib>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace simulator {
@@ -22,6 +25,18 @@ int openMaster()
     return master;
 }
 
+dev_t deviceOf(int descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor, &status) == 0 ? status.st_rdev : 0;
+}
+
+QList<PseudoTerminal *> &terminals()
+{
+    static QList<PseudoTerminal *> list;
+    return list;
+}
+
 } // namespace
 
 PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent)
@@ -29,12 +44,15 @@ PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent)
       m_Name(name.toLocal8Bit()),
       m_Master(openMaster()),
       m_Port(::open(ptsname(m_Master), O_RDWR | O_NOCTTY)),
+      m_Device(deviceOf(m_Port)),
       m_Notifier(new QSocketNotifier(m_Master, QSocketNotifier::Read, this))
 {
+    terminals() << this;
     ::unlink(m_Name.constData());
     if (m_Port < 0 || ::symlink(ptsname(m_Master), m_Name.constData()) != 0)
         qFatal("the port %s cannot be made", m_Name.constData());
-    struct termios raw = settings();
+    struct termios raw = {};
+    tcgetattr(m_Port, &raw);
     cfmakeraw(&raw);
     tcsetattr(m_Port, TCSANOW, &raw);
     connect(m_Notifier, SIGNAL(activated(int)), this, SIGNAL(readyRead()));
@@ -43,6 +61,15 @@ PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent)
 PseudoTerminal::~PseudoTerminal()
 {
     unplug();
+}
+
+PseudoTerminal *PseudoTerminal::at(int descriptor)
+{
+    for (PseudoTerminal *terminal : terminals()) {
+        if (terminal->m_Device == deviceOf(descriptor))
+            return terminal;
+    }
+    return nullptr;
 }
 
 QByteArray PseudoTerminal::readAll()
@@ -73,31 +100,27 @@ QByteArray PseudoTerminal::readAllSent()
 // The kernel takes the bytes at once and hands them to the port a moment later, perhaps in pieces.
 void PseudoTerminal::write(const QByteArray &bytes)
 {
+    if (m_Master < 0 || bytes.isEmpty())
+        return;
     const int expected = bytesAtPort() + bytes.size();
     if (::write(m_Master, bytes.constData(), static_cast<size_t>(bytes.size())) != bytes.size())
         qFatal("the serial line is full");
-    while (bytesAtPort() < expected)
-        sched_yield();
+    while (bytesAtPort() < expected) {
+    }
 }
 
 bool PseudoTerminal::deliver(const QByteArray &bytes)
 {
     write(bytes);
     QCoreApplication::processEvents();
-    return bytesAtPort() == 0;
-}
-
-struct termios PseudoTerminal::settings() const
-{
-    struct termios current = {};
-    tcgetattr(m_Port, &current);
-    return current;
+    return isRead();
 }
 
 void PseudoTerminal::unplug()
 {
     if (m_Master < 0)
         return;
+    terminals().removeOne(this);
     m_Notifier->setEnabled(false);
     ::unlink(m_Name.constData());
     ::close(m_Port);
@@ -113,3 +136,26 @@ int PseudoTerminal::bytesAtPort() const
 }
 
 } // namespace simulator
+
+// A pseudo-terminal does not show that it was drained, nor all that it was set to. These come before the C library's
+// own.
+
+extern "C" int tcdrain(int descriptor)
+{
+    static const auto libraryCall = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "tcdrain"));
+    const simulator::PseudoTerminal *terminal = simulator::PseudoTerminal::at(descriptor);
+    if (terminal != nullptr && terminal->onDrain)
+        terminal->onDrain();
+    return libraryCall(descriptor);
+}
+
+extern "C" int tcsetattr(int descriptor, int when, const struct termios *settings) noexcept
+{
+    using Call = int (*)(int, int, const struct termios *);
+    static const auto libraryCall = reinterpret_cast<Call>(dlsym(RTLD_NEXT, "tcsetattr"));
+    const int result = libraryCall(descriptor, when, settings);
+    simulator::PseudoTerminal *terminal = simulator::PseudoTerminal::at(descriptor);
+    if (result == 0 && terminal != nullptr)
+        terminal->setSettings(*settings);
+    return result;
+}

@@ -4,6 +4,8 @@
 #include <QByteArray>
 #include <QObject>
 #include <QString>
+#include <functional>
+#include <sys/types.h>
 #include <termios.h>
 
 class QSocketNotifier;
@@ -33,11 +35,20 @@ public:
     /// Sends `bytes` and lets the program read them as one chunk; false if it does not.
     bool deliver(const QByteArray &bytes);
 
-    /// The settings of the port as the kernel holds them.
-    struct termios settings() const;
+    /// True when the program has read all that was written.
+    bool isRead() const { return bytesAtPort() == 0; }
+
+    /// What the port was last set to, as it was asked for: the kernel drops what a pseudo-terminal cannot do.
+    const struct termios &settings() const { return m_Settings; }
+    /// Called when the program drains the port; returns when its bytes have left.
+    std::function<void()> onDrain;
 
     /// The port goes away under the program, like an adapter that is pulled out.
     void unplug();
+
+    // For the program's calls, which the simulator defines.
+    static PseudoTerminal *at(int descriptor);
+    void setSettings(const struct termios &settings) { m_Settings = settings; }
 
 signals:
     /// The program has sent something.
@@ -49,6 +60,8 @@ private:
     QByteArray m_Name;
     int m_Master;
     int m_Port; ///< held open, so that the line stays up while the program has the port closed
+    dev_t m_Device;
+    struct termios m_Settings = {};
     QSocketNotifier *m_Notifier;
 };
 

@@ -1,6 +1,6 @@
 #include "simulator/models/esa/EsaBoards.h"
 
-#include <QScopedValueRollback>
+#include <QThread>
 
 #include "simulator/models/pic/VirtualBoards.h"
 
@@ -8,28 +8,58 @@ namespace simulator {
 
 namespace {
 
-const int askIntervalMs = 1000;
-const qint64 byteNanoseconds = 86806; // 10 bits at 115200 baud
+const unsigned long drainPollMicroseconds = 20;
+
+// Characters of 10 bits at the boards' speed, and nothing that would hold them back.
+bool isSetForBoards(const struct termios &settings)
+{
+    return (settings.c_cflag & (CBAUD | CSIZE | PARENB | CSTOPB | CRTSCTS)) == (B115200 | CS8);
+}
 
 } // namespace
 
 EsaBoards::EsaBoards(QObject *parent)
     : QObject(parent),
       m_Line(QLatin1String("/dev/ttyAPP1"), nullptr),
-      m_IoBoard(QLatin1String("ESA IO board")),
-      m_MeasurementBoard(QLatin1String("ESA Measurement board"))
+      m_IoBoard(QLatin1String("esa io"), times),
+      m_MeasurementBoard(QLatin1String("esa measurement"), times)
 {
+    join(&m_IoBoard);
+    join(&m_MeasurementBoard);
     connect(&m_Line, SIGNAL(readyRead()), this, SLOT(receive()));
-    connect(&m_AskTimer, SIGNAL(timeout()), this, SLOT(ask()));
-    m_AskTimer.start(askIntervalMs);
+    connect(&m_Pump, SIGNAL(timeout()), this, SLOT(pump()));
+    m_Line.onDrain = [this] {
+        drain();
+    };
     VirtualBoards::installed().beforeSelectChange = [this] {
-        catchUp();
+        selectChanges();
     };
 }
 
 EsaBoards::~EsaBoards()
 {
     VirtualBoards::installed().beforeSelectChange = nullptr;
+}
+
+void EsaBoards::join(EsaBootLoader *board)
+{
+    connect(board, &EsaBootLoader::sends, this, [this, board](const QByteArray &bytes) {
+        if (board != &selected())
+            return;
+        m_ToPort.put(bytes, byteNanoseconds);
+        m_Pump.start();
+    });
+    connect(board, &EsaBootLoader::moment, this, [this](const QString &name) {
+        if (onMoment)
+            onMoment(name);
+    });
+    connect(board, &EsaBootLoader::violation, this, &EsaBoards::report);
+}
+
+void EsaBoards::keepIn(const QString &folder)
+{
+    m_IoBoard.keepIn(folder);
+    m_MeasurementBoard.keepIn(folder);
 }
 
 void EsaBoards::catchUp()
@@ -47,23 +77,53 @@ void EsaBoards::take(const QByteArray &bytes)
     if (bytes.isEmpty())
         return;
     VirtualBoards::installed().advance(bytes.size() * byteNanoseconds);
+    m_Undrained = true;
     if (!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin))
-        m_Violations << QLatin1String("serial bytes while the board select pin is not driven");
-    QByteArray replies;
-    for (const char byte : bytes)
-        replies += selected().receive(byte);
-    if (selected().blockCount() == m_UnplugAfter) {
-        m_Line.unplug();
-        m_AskTimer.stop();
-    } else {
-        send(replies);
-    }
+        report(QLatin1String("serial bytes while the board select pin is not driven"));
+    if (isSetForBoards(m_Line.settings()))
+        m_ToBoards.put(bytes, byteNanoseconds);
+    else
+        report(QLatin1String("serial bytes at settings other than 115200 baud, 8 data bits, no parity, one stop bit"));
+    pump();
 }
 
-void EsaBoards::ask()
+/// Takes the bytes whose time on the wire has ended off both ends.
+void EsaBoards::pump()
 {
-    if (!m_Sending) // a board does not interrupt itself
-        send(selected().ask());
+    for (const char byte : m_ToBoards.takeArrived())
+        selected().receive(byte);
+    if (selected().blockCount() == m_UnplugAfter) {
+        m_Line.unplug();
+        m_ToPort.clear();
+    }
+    if (!m_SplitReplies)
+        m_Line.write(m_ToPort.takeArrived());
+    else if (m_Line.isRead())
+        m_Line.write(m_ToPort.takeArrived(1));
+    if (m_ToBoards.isEmpty() && m_ToPort.isEmpty())
+        m_Pump.stop();
+    else if (!m_Pump.isActive())
+        m_Pump.start();
+}
+
+void EsaBoards::drain()
+{
+    catchUp();
+    for (; !m_ToBoards.isEmpty(); pump())
+        QThread::usleep(drainPollMicroseconds);
+    m_Undrained = false;
+}
+
+/// What the old board still sends is lost. One that asks did so just before this, the worst moment for the program.
+void EsaBoards::selectChanges()
+{
+    catchUp();
+    if (m_Undrained)
+        report(QLatin1String("the board select pin moves before the port is drained"));
+    m_Undrained = false;
+    m_ToPort.clear();
+    if (selected().isAsking())
+        m_Line.write("C");
 }
 
 EsaBootLoader &EsaBoards::selected()
@@ -72,13 +132,11 @@ EsaBootLoader &EsaBoards::selected()
     return high ? m_MeasurementBoard : m_IoBoard;
 }
 
-void EsaBoards::send(const QByteArray &bytes)
+void EsaBoards::report(const QString &text)
 {
-    if (!m_SplitReplies)
-        return m_Line.write(bytes);
-    const QScopedValueRollback<bool> sending(m_Sending, true);
-    for (const char byte : bytes)
-        m_Line.deliver(QByteArray(1, byte));
+    m_Violations << text;
+    if (onViolation)
+        onViolation(text);
 }
 
 } // namespace simulator

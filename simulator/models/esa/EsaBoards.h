@@ -1,16 +1,17 @@
 #ifndef SIMULATOR_MODELS_ESA_ESABOARDS_H
 #define SIMULATOR_MODELS_ESA_ESABOARDS_H
 
-#include <QObject>
 #include <QStringList>
-#include <QTimer>
+#include <functional>
 
 #include "simulator/models/PseudoTerminal.h"
 #include "simulator/models/esa/EsaBootLoader.h"
+#include "simulator/models/esa/SerialWire.h"
 
 namespace simulator {
 
-/// The two ESA boards behind the serial port /dev/ttyAPP1. The select pin decides which of them hears and is heard.
+/// The two ESA boards behind the serial port /dev/ttyAPP1. A byte belongs to the board that the select pin selects
+/// when its time on the wire ends. The select pin must not move after bytes were sent before the port was drained.
 class EsaBoards : public QObject
 {
     Q_OBJECT
@@ -19,40 +20,57 @@ public:
     explicit EsaBoards(QObject *parent);
     ~EsaBoards() override;
 
+    /// Keeps the boards' memories in `folder` and goes on from those that are there: esa-io.application, esa-io.eeprom,
+    /// esa-io.complete (one byte, 0 while the application is incomplete), and the same with esa-measurement.
+    void keepIn(const QString &folder);
+
     EsaBootLoader &ioBoard() { return m_IoBoard; }
     EsaBootLoader &measurementBoard() { return m_MeasurementBoard; }
     const EsaBootLoader &ioBoard() const { return m_IoBoard; }
     const EsaBootLoader &measurementBoard() const { return m_MeasurementBoard; }
     PseudoTerminal &line() { return m_Line; }
 
-    /// Takes what the program has sent up to now, with what is still on its way.
+    /// Puts on the wire what the program has sent up to now, with what is still on its way there.
     void catchUp();
 
-    QStringList violations() const { return m_Violations + m_IoBoard.violations() + m_MeasurementBoard.violations(); }
+    /// What the boards would not accept, in order.
+    const QStringList &violations() const { return m_Violations; }
+    std::function<void(const QString &)> onViolation;
+    /// Called when a memory has changed and a power cut is of interest: "esa io boot loader", "esa io erase" (it has
+    /// begun), "esa io block", "esa io end", and the same with "esa measurement".
+    std::function<void(const QString &)> onMoment;
+
+    EsaBootLoader::Times times;
+    qint64 byteNanoseconds = 10 * 1000000000LL / 115200;
 
     // Faults of the line.
-    /// The port goes away when the selected board has taken this many blocks.
+    /// The port goes away when the selected board has heard this many blocks.
     void unplugAfter(int blockCount) { m_UnplugAfter = blockCount; }
-    /// Each byte of a reply reaches the program by itself, as if it had read between them.
+    /// The program reads each byte of a reply by itself.
     void splitReplies() { m_SplitReplies = true; }
 
-protected slots:
+private slots:
     void receive();
-    void ask();
+    void pump();
 
 private:
+    void join(EsaBootLoader *board);
     EsaBootLoader &selected();
     void take(const QByteArray &bytes);
-    void send(const QByteArray &bytes);
+    void drain();
+    void selectChanges();
+    void report(const QString &text);
 
     PseudoTerminal m_Line;
+    SerialWire m_ToBoards;
+    SerialWire m_ToPort;
+    QTimer m_Pump; ///< runs while a byte is on a wire
     EsaBootLoader m_IoBoard;
     EsaBootLoader m_MeasurementBoard;
-    QTimer m_AskTimer;
     QStringList m_Violations;
+    bool m_Undrained = false;
     int m_UnplugAfter = -1;
     bool m_SplitReplies = false;
-    bool m_Sending = false;
 };
 
 } // namespace simulator

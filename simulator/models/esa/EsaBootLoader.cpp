@@ -1,16 +1,24 @@
 #include "simulator/models/esa/EsaBootLoader.h"
 
+#include <algorithm>
+
 namespace simulator {
 
 namespace {
 
+const char enterBootLoader = 'B';
+const char receiveApplication = '2';
+const char receiveEeprom = '3';
 const char startOfHeader = 0x01;
 const char endOfTransmission = 0x04;
 const char acknowledge = 0x06;
 const char negativeAcknowledge = 0x15;
+const char cancelTransfer = 0x18;
 const int headerSize = 3;
 const int dataSize = 128;
 const int packetSize = headerSize + dataSize + 2;
+const int receiveBufferSize = 2; // of the AVR's UART
+const char erased = '\xFF';
 
 // A table lookup for each half byte, so that a fault in the sender's calculation is not repeated here.
 unsigned int crc16(const QByteArray &data)
@@ -31,94 +39,213 @@ unsigned int byteAt(const QByteArray &packet, int index)
     return static_cast<unsigned char>(packet.at(index));
 }
 
+bool isSound(const QByteArray &packet, unsigned int number)
+{
+    return byteAt(packet, 1) == number && byteAt(packet, 2) == 0xFF - number &&
+           crc16(packet.mid(headerSize, dataSize)) ==
+               byteAt(packet, packetSize - 2) * 256 + byteAt(packet, packetSize - 1);
+}
+
 } // namespace
 
-QByteArray EsaBootLoader::receive(char byte)
+EsaBootLoader::EsaBootLoader(const QString &name, const Times &times)
+    : m_Name(name),
+      m_Times(times),
+      m_Application{{applicationSize, erased}},
+      m_Eeprom{{eepromSize, erased}},
+      m_Complete(1, 1)
 {
+    m_Timer.setSingleShot(true);
+    m_Timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_Timer, SIGNAL(timeout()), this, SLOT(proceed()));
+}
+
+void EsaBootLoader::keepIn(const QString &folder)
+{
+    const QString prefix = folder + QLatin1Char('/') + QString(m_Name).replace(QLatin1Char(' '), QLatin1Char('-'));
+    m_Application.bytes.keepIn(prefix + QLatin1String(".application"));
+    m_Eeprom.bytes.keepIn(prefix + QLatin1String(".eeprom"));
+    m_Complete.keepIn(prefix + QLatin1String(".complete"));
+    m_State = *m_Complete.data() != 0 ? State::MeasuringProgram : State::Command;
+}
+
+void EsaBootLoader::receive(char byte)
+{
+    if (byte == enterBootLoader && m_State <= State::Command)
+        ++m_EntryCount;
     switch (m_State) {
     case State::MeasuringProgram:
-        if (byte == 'B') {
-            ++m_EntryCount;
-            m_State = State::Command;
-        } else {
-            report(QString::fromLatin1("byte 0x%1 for the measuring program").arg(static_cast<uchar>(byte), 2, 16));
-        }
-        return QByteArray();
+        if (byte == enterBootLoader)
+            waitIn(State::Start, m_Times.startMs);
+        else
+            report(byte, "for the measuring program");
+        break;
+    case State::Start:
+        if (m_Waiting.size() < receiveBufferSize)
+            m_Waiting += byte;
+        else
+            report(byte, "for a full receive buffer");
+        break;
     case State::Command:
-        return takeCommand(byte);
+        takeCommand(byte);
+        break;
+    case State::Preparation:
+        report(byte, "before the board asks");
+        break;
     case State::FirstBlock:
-    case State::Block:
-        return takeTransferByte(byte);
+    case State::NextBlock:
+        takeTransferByte(byte);
+        break;
     }
-    return QByteArray();
 }
 
-QByteArray EsaBootLoader::ask() const
+/// What the board does when the time of its state is over.
+void EsaBootLoader::proceed()
+{
+    if (m_State == State::Start) {
+        m_State = State::Command;
+        reach("boot loader");
+        QByteArray waiting;
+        waiting.swap(m_Waiting);
+        for (const char byte : waiting)
+            receive(byte);
+        return;
+    }
+    if (m_State == State::Preparation)
+        m_State = State::FirstBlock;
+    if (isAsking()) {
+        emit sends("C");
+        m_Timer.start(m_Times.askMs);
+    }
+}
+
+bool EsaBootLoader::isAsking() const
 {
     const bool askingOn = faults.asksOnAfterTheEnd && m_State == State::Command && m_Memory != nullptr;
-    const bool waiting = m_State == State::FirstBlock && !faults.silentAfterCommand;
-    return waiting || askingOn ? QByteArray("C") : QByteArray();
+    return askingOn || (m_State == State::FirstBlock && !faults.silentAfterCommand);
 }
 
-QByteArray EsaBootLoader::takeCommand(char byte)
+void EsaBootLoader::takeCommand(char byte)
 {
-    if (byte != '2' && byte != '3') {
-        report(QString::fromLatin1("unknown boot loader command 0x%1").arg(static_cast<uchar>(byte), 2, 16));
-        return QByteArray();
-    }
-    m_Memory = byte == '3' ? &m_Eeprom : &m_Application;
-    m_State = State::FirstBlock;
-    m_Image.clear();
-    m_Packet.clear();
-    m_NextBlock = 0;
+    if (byte == enterBootLoader)
+        return;
+    if (byte != receiveApplication && byte != receiveEeprom)
+        return report(byte, "as a boot loader command");
+    m_Memory = byte == receiveEeprom ? &m_Eeprom : &m_Application;
+    m_Memory->imageSize = 0;
+    m_StoredSize = 0;
     m_BlockCount = 0;
-    return faults.rubbishAfterCommand + ask();
+    m_OutOfStep = faults.silentAfterCommand;
+    if (!faults.rubbishAfterCommand.isEmpty())
+        emit sends(faults.rubbishAfterCommand);
+    waitIn(State::Preparation, byte == receiveApplication ? m_Times.eraseMs : 0);
+    if (byte == receiveApplication) {
+        *m_Complete.data() = 0;
+        std::fill_n(m_Application.bytes.data(), applicationSize, erased);
+        reach("erase");
+    }
 }
 
-QByteArray EsaBootLoader::takeTransferByte(char byte)
+void EsaBootLoader::takeTransferByte(char byte)
 {
-    if (m_Packet.isEmpty() && byte == endOfTransmission) {
-        *m_Memory = m_Image;
-        ++m_TransferCount;
-        m_State = State::Command;
-        return reply(acknowledge) + ask();
-    }
+    if (m_Packet.isEmpty() && byte == endOfTransmission)
+        return takeEnd();
     if (m_Packet.isEmpty() && byte != startOfHeader) {
-        report(QString::fromLatin1("byte 0x%1 between blocks").arg(static_cast<uchar>(byte), 2, 16));
-        return QByteArray();
+        if (!m_OutOfStep)
+            report(byte, "between blocks");
+        return;
     }
-    m_State = State::Block;
-    m_Packet.append(byte);
-    return m_Packet.size() < packetSize ? QByteArray() : takePacket();
-}
-
-QByteArray EsaBootLoader::takePacket()
-{
+    m_State = State::NextBlock;
+    m_Packet += byte;
+    if (m_Packet.size() < packetSize)
+        return;
     QByteArray packet;
     packet.swap(m_Packet);
-    const QByteArray data = packet.mid(headerSize, dataSize);
-    const bool sound = byteAt(packet, 1) + byteAt(packet, 2) == 0xFF && byteAt(packet, 1) == m_NextBlock &&
-                       crc16(data) == byteAt(packet, packetSize - 2) * 256 + byteAt(packet, packetSize - 1);
-    if (!sound)
-        report(QString::fromLatin1("unsound packet where block %1 is due").arg(m_NextBlock));
-    const int index = m_BlockCount++;
-    if (!sound || index == faults.refusedBlock) {
-        m_State = State::Command; // the transfer is given up
-        return reply(negativeAcknowledge);
-    }
-    ++m_NextBlock;
-    m_Image += data;
-    return index == faults.unansweredBlock ? QByteArray() : reply(acknowledge);
+    takePacket(packet);
 }
 
-QByteArray EsaBootLoader::reply(char byte) const
+void EsaBootLoader::takePacket(const QByteArray &packet)
 {
-    return faults.rubbishBeforeReply + byte;
+    const int index = m_BlockCount++;
+    const int block = m_StoredSize / dataSize;
+    if (!isSound(packet, block % 256)) {
+        report(QString::fromLatin1("unsound packet where block %1 is due").arg(block));
+        return refuse();
+    }
+    if (index == faults.refusedBlock)
+        return refuse();
+    if (index == faults.cancelledBlock)
+        return cancel();
+    if (m_StoredSize == m_Memory->bytes.size()) {
+        report(QString::fromLatin1("block %1 is beyond the end of the memory").arg(block));
+        return cancel();
+    }
+    store(packet.mid(headerSize, dataSize));
+    m_OutOfStep = index == faults.unansweredBlock;
+    if (!m_OutOfStep)
+        reply(acknowledge);
+}
+
+void EsaBootLoader::store(const QByteArray &data)
+{
+    std::copy(data.begin(), data.end(), m_Memory->bytes.data() + m_StoredSize);
+    m_StoredSize += dataSize;
+    reach("block");
+}
+
+void EsaBootLoader::takeEnd()
+{
+    if (faults.refusedEnd)
+        return refuse();
+    m_Memory->imageSize = m_StoredSize;
+    if (m_Memory == &m_Application)
+        *m_Complete.data() = m_StoredSize > 0 ? 1 : 0;
+    ++m_TransferCount;
+    waitIn(State::Command, 0);
+    reach("end");
+    reply(acknowledge);
+}
+
+void EsaBootLoader::waitIn(State state, int milliseconds)
+{
+    m_State = state;
+    m_Timer.start(milliseconds);
+}
+
+void EsaBootLoader::reply(char byte)
+{
+    emit sends(faults.rubbishBeforeReply + byte + faults.rubbishAfterReply);
+}
+
+/// Waits for the same block, or the end, again, for ever.
+void EsaBootLoader::refuse()
+{
+    m_State = State::NextBlock;
+    m_OutOfStep = true;
+    reply(negativeAcknowledge);
+}
+
+void EsaBootLoader::cancel()
+{
+    m_State = State::Command;
+    emit sends(QByteArray(2, cancelTransfer));
+}
+
+void EsaBootLoader::reach(const char *what)
+{
+    emit moment(m_Name + QLatin1Char(' ') + QLatin1String(what));
 }
 
 void EsaBootLoader::report(const QString &text)
 {
-    m_Violations << m_Name + QLatin1String(": ") + text;
+    emit violation(m_Name + QLatin1String(": ") + text);
+}
+
+void EsaBootLoader::report(char byte, const char *where)
+{
+    report(QString::fromLatin1("byte 0x%1 %2")
+               .arg(static_cast<uchar>(byte), 2, 16, QLatin1Char('0'))
+               .arg(QLatin1String(where)));
 }
 
 } // namespace simulator

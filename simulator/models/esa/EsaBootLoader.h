@@ -1,66 +1,109 @@
 #ifndef SIMULATOR_MODELS_ESA_ESABOOTLOADER_H
 #define SIMULATOR_MODELS_ESA_ESABOOTLOADER_H
 
-#include <QByteArray>
-#include <QString>
-#include <QStringList>
+#include <QTimer>
+
+#include "simulator/models/KeptMemory.h"
 
 namespace simulator {
 
 /// The AVR of one ESA board as the serial line sees it: its measuring program, which the entry byte ends, then its boot
-/// loader, which takes an image for one of two memories as an XMODEM-CRC receiver whose blocks are counted from 0.
-class EsaBootLoader
+/// loader, which receives an image for one of two memories as an XMODEM-CRC receiver whose blocks are counted from 0.
+class EsaBootLoader : public QObject
 {
+    Q_OBJECT
+
 public:
-    /// What the board does wrong, by the index of a block since the start of the transfer; none while it is negative.
+    static const int applicationSize = 120 * 1024; ///< 128 KiB of flash without the boot loader's section
+    static const int eepromSize = 4 * 1024;
+
+    struct Times
+    {
+        int startMs = 100;  ///< from the entry byte to the boot loader's first look at the line
+        int eraseMs = 2000; ///< of the application
+        int askMs = 1000;   ///< between two requests for the first block
+    };
+
+    /// What the board does wrong, by the index of a block since the start of the transfer; nothing while it is
+    /// negative.
     struct Faults
     {
         int refusedBlock = -1;           ///< answered with NAK although it is sound
-        int unansweredBlock = -1;        ///< taken, but the reply is lost
+        int unansweredBlock = -1;        ///< stored, but the reply is lost
+        int cancelledBlock = -1;         ///< answered with CAN, which ends the transfer
+        bool refusedEnd = false;         ///< the end of the transfer is answered with NAK
         bool silentAfterCommand = false; ///< never asks for a transfer
-        bool asksOnAfterTheEnd = false;  ///< keeps asking when the transfer is over
+        bool asksOnAfterTheEnd = false;  ///< keeps asking when the transfer has ended
         QByteArray rubbishAfterCommand;  ///< comes before the board asks for the first block
-        QByteArray rubbishBeforeReply;   ///< comes with every reply, in front of it
+        QByteArray rubbishBeforeReply;
+        QByteArray rubbishAfterReply;
     };
 
-    explicit EsaBootLoader(const QString &name) : m_Name(name) {}
+    /// `name` is the board's in moments and violations, and with a "-" that of its files; `times` may change later.
+    EsaBootLoader(const QString &name, const Times &times);
 
-    /// Takes a byte from the line; returns what the board sends in answer.
-    QByteArray receive(char byte);
-    /// What a receiver that waits for the first block repeats every second; empty at any other time.
-    QByteArray ask() const;
+    /// Goes on from the memories in `folder`, as after a power cycle.
+    void keepIn(const QString &folder);
 
-    /// The image that was last received to its end, with the padding as it was sent.
-    const QByteArray &application() const { return m_Application; }
-    const QByteArray &eeprom() const { return m_Eeprom; }
-    int entryCount() const { return m_EntryCount; }
+    void receive(char byte);
+    bool isAsking() const;
+
+    /// The image of the last transfer, padding included; empty until its end.
+    QByteArray application() const { return m_Application.image(); }
+    QByteArray eeprom() const { return m_Eeprom.image(); }
+    int entryCount() const { return m_EntryCount; }       ///< entry bytes that were heard
     int transferCount() const { return m_TransferCount; } ///< that came to their end
-    int blockCount() const { return m_BlockCount; }       ///< of the transfer that runs or ran last
-    const QStringList &violations() const { return m_Violations; }
+    int blockCount() const { return m_BlockCount; }       ///< heard in the last transfer
 
     Faults faults;
 
+signals:
+    void sends(const QByteArray &bytes);
+    void moment(const QString &name);
+    void violation(const QString &text);
+
+private slots:
+    void proceed();
+
 private:
-    enum class State { MeasuringProgram, Command, FirstBlock, Block };
+    enum class State { MeasuringProgram, Start, Command, Preparation, FirstBlock, NextBlock };
 
-    QByteArray takeCommand(char byte);
-    QByteArray takeTransferByte(char byte);
-    QByteArray takePacket();
-    QByteArray reply(char byte) const;
+    struct Memory
+    {
+        QByteArray image() const { return QByteArray(bytes.data(), imageSize); }
+
+        KeptMemory bytes;
+        int imageSize = 0;
+    };
+
+    void takeCommand(char byte);
+    void takeTransferByte(char byte);
+    void takePacket(const QByteArray &packet);
+    void takeEnd();
+    void store(const QByteArray &data);
+    void waitIn(State state, int milliseconds);
+    void reply(char byte);
+    void refuse();
+    void cancel();
+    void reach(const char *what);
     void report(const QString &text);
+    void report(char byte, const char *where);
 
-    QString m_Name;
+    const QString m_Name;
+    const Times &m_Times;
     State m_State = State::MeasuringProgram;
-    QByteArray *m_Memory = nullptr; ///< that the transfer is for
+    QTimer m_Timer;
+    Memory m_Application;
+    Memory m_Eeprom;
+    KeptMemory m_Complete;      ///< one byte, not 0 when the flash holds an application
+    Memory *m_Memory = nullptr; ///< that the transfer is for
+    QByteArray m_Waiting;       ///< in the receive buffer
     QByteArray m_Packet;
-    QByteArray m_Image;
-    unsigned char m_NextBlock = 0;
+    int m_StoredSize = 0;     ///< of the image that is received
+    bool m_OutOfStep = false; ///< the board has given the updater reason to end the transfer by itself
     int m_BlockCount = 0;
     int m_EntryCount = 0;
     int m_TransferCount = 0;
-    QByteArray m_Application;
-    QByteArray m_Eeprom;
-    QStringList m_Violations;
 };
 
 } // namespace simulator
