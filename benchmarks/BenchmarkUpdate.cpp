@@ -10,6 +10,8 @@
 #include "screens/UpdaterProgressScreen.h"
 #include "simulator/tools/InstrumentState.h"
 
+using namespace simulator;
+
 namespace {
 
 const QString folder = QLatin1String("/tmp/new/firmware_update/");

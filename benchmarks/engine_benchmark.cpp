@@ -12,6 +12,8 @@
 #include "screens/UpdaterProgressScreen.h"
 #include "simulator/tools/InstrumentState.h"
 
+using namespace simulator;
+
 namespace {
 
 const int referenceLines = 100;
@@ -30,7 +32,7 @@ double secondsOfUpdate(int lines)
 /// From the start of the program until it has shown its screen and ended again.
 double secondsOfStart(const QString &program)
 {
-    InstrumentState::write(InstrumentState::directory / "operator", {{"nobody", "-"}});
+    InstrumentState::write(InstrumentState::plan, {{"operator", "nobody", "-"}});
     QElapsedTimer timer;
     timer.start();
     QProcess::execute(program, QStringList());
@@ -43,7 +45,7 @@ int main(int argc, char **argv)
 {
     const QApplication application(argc, argv);
     QTextStream out(stdout);
-    const double start = secondsOfStart(QApplication::applicationDirPath() + QLatin1String("/updater-bench"));
+    const double start = secondsOfStart(QApplication::applicationDirPath() + QLatin1String("/../simulator/virtual-updater"));
     rusage usage{};
     getrusage(RUSAGE_CHILDREN, &usage);
 

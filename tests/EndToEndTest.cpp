@@ -5,6 +5,8 @@
 #include "tests/Instrument.h"
 #include "tests/VirtualDisplay.h"
 
+using namespace simulator;
+
 namespace {
 
 const int patienceMs = 60000; // of a busy machine, or an emulated processor

@@ -9,9 +9,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-#include "simulator/rehearsal/FileContent.h"
 #include "simulator/tools/InstrumentState.h"
 #include "update/UpdatePaths.h"
+
+using namespace simulator;
 
 namespace {
 
@@ -43,7 +44,7 @@ Instrument::Instrument()
     QDir().mkpath(UpdatePaths::mountPoint);
     removeRecursively(QString(UpdatePaths::packageDirectory));
     for (const InstrumentState::Path &path :
-         {InstrumentState::power, InstrumentState::media, InstrumentState::calls, InstrumentState::faults})
+         {InstrumentState::power, InstrumentState::media, InstrumentState::journal, InstrumentState::plan})
         removeRecursively(toQString(path));
     QDir().mkpath(toQString(InstrumentState::media));
     QDir().mkpath(toQString(InstrumentState::power));
@@ -89,23 +90,23 @@ void Instrument::makePackage(const QString &fileName, const QByteArray &commandF
 
 void Instrument::failTool(const QString &commandLine, int exitCode) const
 {
-    InstrumentState::append(InstrumentState::faults, {std::to_string(exitCode), commandLine.toStdString()});
+    InstrumentState::append(InstrumentState::plan, {"tool", std::to_string(exitCode), commandLine.toStdString()});
 }
 
 void Instrument::mendTools() const
 {
-    removeRecursively(toQString(InstrumentState::faults));
+    removeRecursively(toQString(InstrumentState::plan));
 }
 
 void Instrument::useOldKernel() const
 {
-    InstrumentState::append(InstrumentState::oldKernel, {});
+    InstrumentState::append(InstrumentState::plan, {"old-kernel"});
 }
 
 QStringList Instrument::takeCalls()
 {
     QStringList commandLines;
-    for (const InstrumentState::Record &call : InstrumentState::read(InstrumentState::calls))
+    for (const InstrumentState::Record &call : InstrumentState::read(InstrumentState::journal, "call"))
         commandLines << QString::fromStdString(call.at(1));
     QStringList taken = commandLines.mid(m_CallsTaken);
     m_CallsTaken = commandLines.size();
@@ -114,7 +115,8 @@ QStringList Instrument::takeCalls()
 
 QByteArray Instrument::contentOf(const QString &fileName)
 {
-    return ::contentOf(fileName);
+    QFile file(fileName);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void Instrument::write(const QString &fileName, const QByteArray &content)

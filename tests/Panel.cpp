@@ -7,6 +7,8 @@
 #include "screens/ScreenTypes.h"
 #include "simulator/panel/PanelAccess.h"
 
+using namespace simulator;
+
 Panel::Panel() : m_Manager(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint), m_Screens(findScreens())
 {
     if (!QTest::qWaitForWindowActive(m_Screens))

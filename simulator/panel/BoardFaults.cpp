@@ -7,49 +7,46 @@
 #include "simulator/tools/InstrumentState.h"
 
 using namespace simulator;
+using InstrumentState::Record;
 
 namespace {
 
-unsigned int numberAt(const InstrumentState::Record &fault, size_t field)
+unsigned int numberAt(const Record &fault, size_t field)
 {
     return field < fault.size() ? static_cast<unsigned int>(std::strtoul(fault[field].c_str(), nullptr, 0)) : 0;
 }
 
-void breakPic(const InstrumentState::Record &fault)
+void injectPicFault(const Record &fault)
 {
-    Pic18Target &pic = VirtualBoards::installed().pic(static_cast<int>(numberAt(fault, 1)));
-    const unsigned int address = numberAt(fault, 3);
-    const auto mask = static_cast<unsigned char>(1U << numberAt(fault, 4));
-    if (fault[2] == "never-erased") {
+    Pic18Target &pic = VirtualBoards::installed().pic(static_cast<int>(numberAt(fault, 0)));
+    const unsigned int address = numberAt(fault, 2);
+    const auto mask = static_cast<unsigned char>(1U << numberAt(fault, 3));
+    if (fault[1] == "never-erased") {
         pic.memory().breakErase(address, mask);
-    } else if (fault[2] == "flipped") {
+    } else if (fault[1] == "flipped") {
         pic.memory().flipOnWrite(address, mask);
-    } else if (fault[2] == "absent") {
+    } else if (fault[1] == "absent") {
         pic.remove(false);
     }
 }
 
-void breakEsaBoard(const InstrumentState::Record &fault, EsaBootLoader *board)
+void injectEsaFault(const Record &fault, EsaBootLoader *board)
 {
-    const int block = static_cast<int>(numberAt(fault, 3));
-    if (fault[2] == "refused")
+    const int block = static_cast<int>(numberAt(fault, 2));
+    if (fault[1] == "refused")
         board->faults.refusedBlock = block;
-    else if (fault[2] == "unanswered")
+    else if (fault[1] == "unanswered")
         board->faults.unansweredBlock = block;
-    else if (fault[2] == "silent")
+    else if (fault[1] == "silent")
         board->faults.silentAfterCommand = true;
 }
 
 } // namespace
 
-void breakBoards(EsaBoards *esaBoards)
+void simulator::injectBoardFaults(EsaBoards *esaBoards)
 {
-    for (const InstrumentState::Record &fault : InstrumentState::read(InstrumentState::directory / "board-faults")) {
-        if (fault.size() < 3)
-            continue;
-        if (fault[0] == "pic")
-            breakPic(fault);
-        else if (fault[0] == "esa")
-            breakEsaBoard(fault, fault[1] == "io" ? &esaBoards->ioBoard() : &esaBoards->measurementBoard());
-    }
+    for (const Record &fault : InstrumentState::read(InstrumentState::plan, "pic"))
+        injectPicFault(fault);
+    for (const Record &fault : InstrumentState::read(InstrumentState::plan, "esa"))
+        injectEsaFault(fault, fault[0] == "io" ? &esaBoards->ioBoard() : &esaBoards->measurementBoard());
 }

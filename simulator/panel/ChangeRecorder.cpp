@@ -6,12 +6,11 @@
 
 namespace fs = std::filesystem;
 
+namespace simulator {
+
 namespace {
 
-const fs::path changes = InstrumentState::directory / "changes";
-
-// What is no file of the instrument.
-const char *const passedOver[] = {"/dev", "/proc", "/run", "/root", "/sys"};
+const char *const volatileFolders[] = {"/dev", "/proc", "/run", "/root", "/sys"};
 
 struct Place
 {
@@ -31,39 +30,34 @@ bool isSame(const struct stat &left, const struct stat &right)
            left.st_ctim.tv_sec == right.st_ctim.tv_sec && left.st_ctim.tv_nsec == right.st_ctim.tv_nsec;
 }
 
-std::string describe(const char *change, const std::string &path, const struct stat &file)
+void write(const char *change, const std::string &path, const struct stat &file)
 {
-    const std::string text = std::string(change) + " " + path;
+    std::string text = std::string(change) + " " + path;
     if (S_ISREG(file.st_mode) && path.rfind("/dev/", 0) != 0)
-        return text + ", " + std::to_string(file.st_size) + " bytes";
-    return S_ISDIR(file.st_mode) ? text + "/" : text;
+        text += ", " + std::to_string(file.st_size) + " bytes";
+    InstrumentState::append(InstrumentState::journal, {"change", S_ISDIR(file.st_mode) ? text + "/" : text});
 }
 
 } // namespace
 
-void ChangeRecorder::begin()
+void ChangeRecorder::record()
 {
-    fs::remove(changes);
-    m_Files = takeStock();
-}
-
-// A percentage is replaced by taking its line away first, so that one message less means nothing. A prompt clears the
-// window for a new sequence.
-void ChangeRecorder::messagesShown(int count)
-{
-    const bool newSequence = count == 1 && m_MessageCount > 1;
-    if (count <= m_MessageCount && !newSequence)
-        return;
-    Files now = takeStock();
-    writeFiles(now);
-    writeCalls();
-    if (newSequence)
-        fs::remove(changes);
+    Files now = snapshot();
+    for (const auto &[path, status] : now) {
+        const auto before = m_Files.find(path);
+        if (before == m_Files.end())
+            write("new", path, status);
+        else if (!isSame(before->second, status))
+            write("wrote", path, status);
+    }
+    for (const auto &[path, status] : m_Files) {
+        if (now.find(path) == now.end())
+            write("removed", path, status);
+    }
     m_Files.swap(now);
-    m_MessageCount = count;
 }
 
-ChangeRecorder::Files ChangeRecorder::takeStock()
+ChangeRecorder::Files ChangeRecorder::snapshot()
 {
     Files files;
     for (const Place &place : places) {
@@ -71,7 +65,7 @@ ChangeRecorder::Files ChangeRecorder::takeStock()
         fs::recursive_directory_iterator entry(place.folder, fs::directory_options::skip_permission_denied, error);
         for (; entry != fs::recursive_directory_iterator(); entry.increment(error)) {
             const fs::path &path = entry->path();
-            if (std::find(std::begin(passedOver), std::end(passedOver), path) != std::end(passedOver)) {
+            if (std::find(std::begin(volatileFolders), std::end(volatileFolders), path) != std::end(volatileFolders)) {
                 entry.disable_recursion_pending();
                 continue;
             }
@@ -83,29 +77,4 @@ ChangeRecorder::Files ChangeRecorder::takeStock()
     return files;
 }
 
-void ChangeRecorder::write(const std::string &kind, const std::string &what) const
-{
-    InstrumentState::append(changes, {std::to_string(m_MessageCount - 1), kind, what});
-}
-
-void ChangeRecorder::writeFiles(const Files &now) const
-{
-    for (const auto &[path, status] : now) {
-        const auto before = m_Files.find(path);
-        if (before == m_Files.end())
-            write("changed", describe("new", path, status));
-        else if (!isSame(before->second, status))
-            write("changed", describe("wrote", path, status));
-    }
-    for (const auto &[path, status] : m_Files) {
-        if (now.find(path) == now.end())
-            write("changed", describe("removed", path, status));
-    }
-}
-
-void ChangeRecorder::writeCalls()
-{
-    const std::vector<InstrumentState::Record> calls = InstrumentState::read(InstrumentState::calls);
-    for (; m_CallsSeen < calls.size(); ++m_CallsSeen)
-        write("called", calls[m_CallsSeen].at(0) + "\t" + calls[m_CallsSeen].at(1));
-}
+} // namespace simulator

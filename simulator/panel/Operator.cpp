@@ -7,27 +7,24 @@
 #include <QImage>
 #include <QPainter>
 #include <QPushButton>
-#include <QSaveFile>
 #include <QScrollBar>
 #include <QStackedWidget>
 #include <QTextEdit>
-#include <QTextStream>
 #include <QtDebug>
 #include <QtTest>
 
 #include "screens/ScreenTypes.h"
+#include "simulator/models/pic/VirtualBoards.h"
 #include "simulator/panel/BoardFaults.h"
-#include "simulator/panel/BoardRecord.h"
-#include "simulator/panel/PanelAccess.h"
 #include "simulator/tools/InstrumentState.h"
 
 using namespace simulator;
 
 namespace {
 
-const QString stateFolder = QString::fromStdString(InstrumentState::directory);
 const QSize displaySize(320, 240);
 const int cameraIntervalMs = 50;
+const int longestStartMs = 60000; // of a busy host; its clock may be a fast one
 
 struct Source
 {
@@ -43,34 +40,72 @@ void startOperator()
     QTimer::singleShot(0, panelOperator, SLOT(begin()));
 }
 
+void record(const char *kind, const QString &text)
+{
+    InstrumentState::append(InstrumentState::journal, {kind, text.toStdString()});
+}
+
+/// The folder of the storage that the instrument shows to the PC; empty when it shows none.
+QString exportedStorage()
+{
+    const std::string prefix = "file=";
+    for (const InstrumentState::Record &module : InstrumentState::read(InstrumentState::modules)) {
+        if (module.size() > 1 && module[1].rfind(prefix, 0) == 0) {
+            const InstrumentState::Path storage = module[1].substr(prefix.size());
+            return QString::fromStdString(InstrumentState::media / storage.filename());
+        }
+    }
+    return QString();
+}
+
 } // namespace
 
-// The bench is the program itself with somebody in front of it, who arrives when the application object is built.
+// The simulator is the program itself with somebody in front of it, who arrives when the application object is built.
 Q_COREAPP_STARTUP_FUNCTION(startOperator)
 
 Operator::Operator(QObject *parent) : QObject(parent), m_EsaBoards(nullptr)
 {
     m_RunCamera.setInterval(cameraIntervalMs);
     connect(&m_RunCamera, SIGNAL(timeout()), this, SLOT(photographRun()));
+    keepBoards();
+}
+
+void Operator::keepBoards()
+{
+    const QString folder = QString::fromStdString(InstrumentState::boards);
+    QDir().mkpath(folder);
+    VirtualBoards &pics = VirtualBoards::installed();
+    pics.keepIn(folder);
+    m_EsaBoards.keepIn(folder);
+    pics.onMoment = m_EsaBoards.onMoment = [this](const QString &moment) {
+        recordMoment(moment);
+    };
+    pics.onViolation = m_EsaBoards.onViolation = [](const QString &text) {
+        record("violation", text);
+    };
+    injectBoardFaults(&m_EsaBoards);
+}
+
+void Operator::recordMoment(const QString &moment)
+{
+    record("moment", moment);
+    InstrumentState::cutPowerIfPlanned(moment.toStdString(), ++m_Moments[moment]);
 }
 
 void Operator::begin()
 {
-    breakBoards(&m_EsaBoards);
-    m_Changes.begin();
     m_Screens = findScreens();
     m_MessageWindow = m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
-    connect(m_MessageWindow, SIGNAL(textChanged()), this, SLOT(writeDownMessages()));
+    connect(m_MessageWindow, SIGNAL(textChanged()), this, SLOT(recordMessages()));
     connect(m_MessageWindow->verticalScrollBar(), SIGNAL(valueChanged(int)), this, SLOT(photographHalfWay()));
 
-    const std::vector<InstrumentState::Record> plan = InstrumentState::read(InstrumentState::directory / "operator");
-    if (!plan.empty())
-        carryOutPlan(QString::fromStdString(plan[0].at(0)), QString::fromStdString(plan[0].at(1)));
+    for (const InstrumentState::Record &person : InstrumentState::read(InstrumentState::plan, "operator"))
+        followPlan(QString::fromStdString(person.at(0)), QString::fromStdString(person.at(1)));
 }
 
-void Operator::carryOutPlan(const QString &source, const QString &package)
+void Operator::followPlan(const QString &source, const QString &package)
 {
-    if (!QTest::qWaitForWindowActive(m_Screens))
+    if (!QTest::qWaitForWindowActive(m_Screens, longestStartMs))
         qDebug() << "the screens do not get the keyboard";
     if (source == QLatin1String("nobody"))
         return QApplication::exit(0);
@@ -81,9 +116,10 @@ void Operator::carryOutPlan(const QString &source, const QString &package)
     }
     takePicture(QLatin1String("prompt"));
     pressF1ForRun();
-    if (isAskedToCopy()) {
+    const QString storage = exportedStorage();
+    if (!storage.isEmpty()) {
         takePicture(QLatin1String("copy-prompt"));
-        copyToExportedStorage(package);
+        QFile::copy(package, storage + QLatin1Char('/') + QFileInfo(package).fileName());
         pressF1ForRun();
     }
     takePicture(QLatin1String("end"));
@@ -112,56 +148,37 @@ void Operator::photographRun()
 // percentage.
 void Operator::photographHalfWay()
 {
-    const QString last = lastMessage();
-    const bool halfWay = last == QLatin1String("50%");
+    const PanelMessage last = lastMessage();
+    const bool halfWay = last.text == QLatin1String("50%");
     if (halfWay && !m_HalfWay)
         takePicture(QLatin1String("half-way"));
-    if (last.endsWith(QLatin1Char('%')))
+    if (last.isPercentage())
         m_HalfWay = halfWay;
 }
 
-bool Operator::isAskedToCopy() const
-{
-    return lastMessage().startsWith(QLatin1String("Copy the "));
-}
-
-QString Operator::lastMessage() const
+PanelMessage Operator::lastMessage() const
 {
     const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
-    return messages.isEmpty() ? QString() : messages.last().text;
+    return messages.isEmpty() ? PanelMessage() : messages.last();
 }
 
-void Operator::copyToExportedStorage(const QString &package)
-{
-    const std::string prefix = "file=";
-    for (const InstrumentState::Record &module : InstrumentState::read(InstrumentState::modules)) {
-        if (module.size() < 2 || module[1].rfind(prefix, 0) != 0)
-            continue;
-        const InstrumentState::Path storage = module[1].substr(prefix.size());
-        const QString folder = QString::fromStdString(InstrumentState::media / storage.filename());
-        QFile::copy(package, folder + QLatin1Char('/') + QFileInfo(package).fileName());
-    }
-}
-
-void Operator::writeDownMessages()
+// A prompt replaces everything. A percentage is replaced by the next one, so that only the last of them is a message.
+void Operator::recordMessages()
 {
     const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
-    QSaveFile file(stateFolder + QLatin1String("/messages")); // somebody may follow it from outside
-    if (!file.open(QIODevice::WriteOnly))
+    const bool replaced = messages.size() == 1 && m_RecordedMessages != 1;
+    int complete = messages.size();
+    if (complete > 0 && messages.last().isPercentage())
+        --complete;
+    if (complete <= m_RecordedMessages && !replaced)
         return;
-    QTextStream stream(&file);
-    for (const PanelMessage &message : messages)
-        stream << message.colour << '\t' << message.text << '\n';
-    stream.flush();
-    file.commit();
-    m_Changes.messagesShown(messages.size());
-
-    const QString last = lastMessage();
-    if (last.startsWith(QLatin1String("Update complete")) ||
-        last.startsWith(QLatin1String("Some of the updates failed"))) {
-        m_EsaBoards.catchUp();
-        recordBoards(m_EsaBoards);
+    m_Changes.record();
+    for (int index = replaced ? 0 : m_RecordedMessages; index < complete; ++index) {
+        const PanelMessage &message = messages.at(index);
+        InstrumentState::append(InstrumentState::journal, {replaced ? "prompt" : "message",
+                                                           message.colour.toStdString(), message.text.toStdString()});
     }
+    m_RecordedMessages = complete;
 }
 
 void Operator::takePicture(const QString &name)
@@ -173,7 +190,7 @@ void Operator::takePicture(const QString &name)
     painter.end();
 
     ++m_PictureCount;
-    const QString folder = stateFolder + QLatin1String("/pictures");
+    const QString folder = QString::fromStdString(InstrumentState::directory / "pictures");
     QDir().mkpath(folder);
     display.save(QString::fromLatin1("%1/%2-%3.png").arg(folder).arg(m_PictureCount).arg(name));
 }

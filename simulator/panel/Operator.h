@@ -4,20 +4,22 @@
 #include <QObject>
 #include <QString>
 #include <QTimer>
+#include <map>
 
 #include "simulator/models/esa/EsaBoards.h"
 #include "simulator/panel/ChangeRecorder.h"
+#include "simulator/panel/PanelAccess.h"
 
-class QStackedWidget;
 class QTextEdit;
+
+namespace simulator {
 
 /// The person in front of the virtual instrument: chooses the source, presses F1 until the update is over and the main
 /// screen is back, and ends the program then. Keys go through the window system like those of a keyboard. Takes a
-/// picture of the panel at each stage, and writes down what the message window says whenever that changes, what
-/// happened on the instrument since the message before, and what the boards hold when an update is over.
+/// picture of the panel at each stage, and puts into the journal what the message window shows, what changed on the
+/// instrument before each message, and what the boards report.
 ///
-/// Follows the plan in /run/instrument/operator (source and package, separated by a tab). Without a plan a person
-/// presses the keys, and the operator only writes down.
+/// Follows the operator of the plan (source, package). Without one a person presses the keys.
 class Operator : public QObject
 {
     Q_OBJECT
@@ -29,23 +31,27 @@ protected slots:
     void begin();
     void photographRun();
     void photographHalfWay();
-    void writeDownMessages();
+    void recordMessages();
 
 private:
-    void carryOutPlan(const QString &source, const QString &package);
+    void keepBoards();
+    void recordMoment(const QString &moment);
+    void followPlan(const QString &source, const QString &package);
     void pressF1ForRun();
-    bool isAskedToCopy() const;
-    void copyToExportedStorage(const QString &package);
-    QString lastMessage() const;
+    PanelMessage lastMessage() const;
     void takePicture(const QString &name);
 
     QStackedWidget *m_Screens = nullptr;
     QTextEdit *m_MessageWindow = nullptr;
     QTimer m_RunCamera;
-    simulator::EsaBoards m_EsaBoards;
+    EsaBoards m_EsaBoards;
     ChangeRecorder m_Changes;
+    std::map<QString, size_t> m_Moments; ///< how often each came
+    int m_RecordedMessages = 0;
     int m_PictureCount = 0;
     bool m_HalfWay = false; ///< that picture is taken
 };
+
+} // namespace simulator
 
 #endif

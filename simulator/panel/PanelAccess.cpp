@@ -10,6 +10,8 @@
 #include <QWindow>
 #include <QtTest>
 
+namespace simulator {
+
 namespace {
 
 QString colourName(const QTextBlock &block)
@@ -56,3 +58,5 @@ QList<PanelMessage> panelMessages(const QTextDocument &document)
     }
     return messages;
 }
+
+} // namespace simulator

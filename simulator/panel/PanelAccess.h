@@ -7,6 +7,8 @@
 class QStackedWidget;
 class QTextDocument;
 
+namespace simulator {
+
 /// The window that holds the program's screens, once it is shown; null before.
 QStackedWidget *findScreens();
 
@@ -18,9 +20,13 @@ struct PanelMessage
 {
     QString colour; ///< "plain", "red", "green" or "orange"
     QString text;   ///< without the white space around it
+
+    bool isPercentage() const { return colour == QLatin1String("orange"); }
 };
 
-/// The lines of the message window from top to bottom, blank ones left out.
+/// The lines of the message window from top to bottom, without blank ones.
 QList<PanelMessage> panelMessages(const QTextDocument &document);
+
+} // namespace simulator
 
 #endif

@@ -1,5 +1,6 @@
 // flash_eraseall, nandwrite, ubiformat and sdimage. An MTD partition is a file of its size; an erased byte is 0xFF, and
-// writing only clears bits: what is written over something else is neither, and the tool does not notice.
+// writing only
+// clears bits: writing to cells that are not erased stores old AND new, and the tool reports success.
 
 #include <algorithm>
 #include <cstdio>
@@ -8,6 +9,8 @@
 
 #include "simulator/tools/InstrumentState.h"
 #include "simulator/tools/Tool.h"
+
+using namespace simulator;
 
 namespace {
 
@@ -52,7 +55,7 @@ void program(const std::filesystem::path &partition, const Bytes &data)
     writeAt(partition, 0, cells.data(), data.size());
 }
 
-// The blocks of the image up to the first that is no UBI block.
+// The blocks of the image up to the first that is not a UBI block.
 Bytes ubiBlocks(const Bytes &image)
 {
     size_t end = 0;
@@ -64,7 +67,7 @@ Bytes ubiBlocks(const Bytes &image)
 
 } // namespace
 
-int runFlashEraseall(const Arguments &arguments)
+int simulator::runFlashEraseall(const Arguments &arguments)
 {
     if (arguments.size() != 1)
         return refuse("flash_eraseall", "bad usage", mtdFailure);
@@ -76,7 +79,7 @@ int runFlashEraseall(const Arguments &arguments)
     return 0;
 }
 
-int runNandwrite(const Arguments &arguments)
+int simulator::runNandwrite(const Arguments &arguments)
 {
     Arguments operands = arguments;
     const auto option = std::find(operands.begin(), operands.end(), "-p");
@@ -101,7 +104,7 @@ int runNandwrite(const Arguments &arguments)
     return 0;
 }
 
-int runUbiformat(const Arguments &arguments)
+int simulator::runUbiformat(const Arguments &arguments)
 {
     if (arguments.size() != 3 || arguments[1] != "-f")
         return refuse("ubiformat", "bad usage", mtdFailure);
@@ -124,7 +127,7 @@ int runUbiformat(const Arguments &arguments)
     return 0;
 }
 
-int runSdimage(const Arguments &arguments)
+int simulator::runSdimage(const Arguments &arguments)
 {
     if (arguments.size() != 4 || arguments[0] != "-f" || arguments[2] != "-d")
         return refuse("sdimage", "bad usage", 1);

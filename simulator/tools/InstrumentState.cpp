@@ -1,20 +1,27 @@
 #include "simulator/tools/InstrumentState.h"
 
 #include <algorithm>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
-namespace InstrumentState {
+namespace simulator::InstrumentState {
 
 namespace {
 
-// The PC's disk has its FAT file system behind the first 4096 bytes of the backing file.
+// The PC's disk has its FAT file system after the first 4096 bytes of the backing file.
 const char backingFile[] = "/mnt/ubiData/backfile";
 const char backingFileSystemOffset[] = "4096";
 
 Path existingOrNone(const Path &path)
 {
     return std::filesystem::exists(path) ? path : Path();
+}
+
+bool isSeparator(char character)
+{
+    return character == '\n' || character == '\t';
 }
 
 Path fileSystemBehindLoop(const std::string &device)
@@ -28,9 +35,9 @@ Path fileSystemBehindLoop(const std::string &device)
 
 } // namespace
 
-std::vector<Record> read(const Path &file)
+Records read(const Path &file)
 {
-    std::vector<Record> records;
+    Records records;
     std::ifstream stream(file);
     for (std::string line; std::getline(stream, line);) {
         Record record;
@@ -42,7 +49,7 @@ std::vector<Record> read(const Path &file)
     return records;
 }
 
-void write(const Path &file, const std::vector<Record> &records)
+void write(const Path &file, const Records &records)
 {
     std::filesystem::remove(file);
     for (const Record &record : records)
@@ -52,10 +59,44 @@ void write(const Path &file, const std::vector<Record> &records)
 void append(const Path &file, const Record &record)
 {
     std::string line;
-    for (const std::string &field : record)
+    for (std::string field : record) {
+        std::replace_if(field.begin(), field.end(), isSeparator, ' '); // a name or an argument may hold one
         line += (line.empty() ? "" : "\t") + field;
-    std::replace(line.begin(), line.end(), '\n', ' '); // a name or an argument may hold one, and a record is one line
+    }
     std::ofstream(file, std::ios::app) << line + "\n";
+}
+
+Records read(const Path &file, const std::string &kind)
+{
+    Records records;
+    for (const Record &record : read(file)) {
+        if (!record.empty() && record.front() == kind)
+            records.emplace_back(record.begin() + 1, record.end());
+    }
+    return records;
+}
+
+Records::iterator findLast(Records *records, size_t field, const std::string &value)
+{
+    auto record = records->end();
+    while (record != records->begin()) {
+        if ((--record)->at(field) == value)
+            return record;
+    }
+    return records->end();
+}
+
+// Every process of the sandbox, whose first process is bubblewrap's; elsewhere it would be every process at all.
+void cutPowerIfPlanned(const std::string &event, size_t count)
+{
+    const Records cuts = read(plan, "power-cut");
+    const Record due = {event, std::to_string(count)};
+    std::string firstProcess;
+    std::ifstream("/proc/1/comm") >> firstProcess;
+    if (firstProcess != "bwrap" || std::find(cuts.begin(), cuts.end(), due) == cuts.end())
+        return;
+    kill(-1, SIGKILL);
+    raise(SIGKILL);
 }
 
 Path fileSystemOn(const std::string &device)
@@ -74,4 +115,4 @@ Path rawDevice(const std::string &device)
     return path.parent_path() == "/dev" ? existingOrNone(flash / path.filename()) : Path();
 }
 
-} // namespace InstrumentState
+} // namespace simulator::InstrumentState

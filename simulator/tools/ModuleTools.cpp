@@ -1,26 +1,20 @@
-// modprobe and rmmod, for the modules that make the unit a USB drive.
-
-#include <algorithm>
+// modprobe and rmmod, for the modules that make the instrument a USB drive.
 
 #include "simulator/tools/InstrumentState.h"
 #include "simulator/tools/Tool.h"
 
-using InstrumentState::Record;
+using namespace simulator;
+using InstrumentState::Records;
 
 namespace {
 
 const char deviceController[] = "fsl_usb2_udc";
 const char massStorage[] = "g_mass_storage";
 
-std::vector<Record>::const_iterator findModule(const std::vector<Record> &modules, const std::string &name)
-{
-    return std::find_if(modules.begin(), modules.end(), [&name](const Record &module) { return module.at(0) == name; });
-}
-
 bool isLoaded(const std::string &name)
 {
-    const std::vector<Record> modules = InstrumentState::read(InstrumentState::modules);
-    return findModule(modules, name) != modules.end();
+    Records modules = InstrumentState::read(InstrumentState::modules);
+    return InstrumentState::findLast(&modules, 0, name) != modules.end();
 }
 
 bool storageExists(const std::string &parameter)
@@ -34,7 +28,7 @@ bool storageExists(const std::string &parameter)
 
 } // namespace
 
-int runModprobe(const Arguments &arguments)
+int simulator::runModprobe(const Arguments &arguments)
 {
     if (arguments.empty())
         return refuse("modprobe", "ERROR: missing parameters.", 1);
@@ -50,13 +44,13 @@ int runModprobe(const Arguments &arguments)
     return 0;
 }
 
-int runRmmod(const Arguments &arguments)
+int simulator::runRmmod(const Arguments &arguments)
 {
     if (arguments.size() != 1)
         return refuse("rmmod", "ERROR: missing module name.", 1);
     const std::string &name = arguments[0];
-    std::vector<Record> modules = InstrumentState::read(InstrumentState::modules);
-    const auto module = findModule(modules, name);
+    Records modules = InstrumentState::read(InstrumentState::modules);
+    const auto module = InstrumentState::findLast(&modules, 0, name);
     if (module == modules.end())
         return refuse("rmmod", "ERROR: Module " + name + " is not currently loaded", 1);
     modules.erase(module);

@@ -1,12 +1,11 @@
 // mount, umount and losetup. A mounted file system is a link in the place of the mount point, which waits aside.
 
-#include <algorithm>
-
 #include "simulator/tools/InstrumentState.h"
 #include "simulator/tools/Tool.h"
 
 namespace fs = std::filesystem;
-using InstrumentState::Record;
+using namespace simulator;
+using InstrumentState::Records;
 
 namespace {
 
@@ -38,11 +37,11 @@ int remount(const MountRequest &request)
     if (request.operands.size() != 1)
         return refuse("mount", "bad usage", 1);
     const std::string &mounted = request.operands.front();
-    std::vector<Record> mounts = InstrumentState::read(InstrumentState::mounts);
-    const auto mount = std::find_if(mounts.rbegin(), mounts.rend(), [&mounted](const Record &record) {
-        return record.at(0) == mounted || record.at(1) == mounted;
-    });
-    if (mount == mounts.rend())
+    Records mounts = InstrumentState::read(InstrumentState::mounts);
+    auto mount = InstrumentState::findLast(&mounts, 0, mounted);
+    if (mount == mounts.end())
+        mount = InstrumentState::findLast(&mounts, 1, mounted);
+    if (mount == mounts.end())
         return refuse("mount", mounted + ": mount point does not exist.", mountFailure);
     mount->at(2) = request.options == "remount,rw" ? "rw" : "ro";
     InstrumentState::write(InstrumentState::mounts, mounts);
@@ -56,29 +55,27 @@ fs::path coveredBy(size_t mountIndex)
 
 bool isMounted(const std::string &source)
 {
-    const std::vector<Record> mounts = InstrumentState::read(InstrumentState::mounts);
-    return std::any_of(mounts.begin(), mounts.end(), [&source](const Record &mount) { return mount.at(0) == source; });
+    Records mounts = InstrumentState::read(InstrumentState::mounts);
+    return InstrumentState::findLast(&mounts, 0, source) != mounts.end();
 }
 
 // A loop device that was detached while it was mounted goes when its file system is unmounted.
 void clearLoop(const std::string &device)
 {
-    std::vector<Record> loops = InstrumentState::read(InstrumentState::loops);
-    loops.erase(
-        std::remove_if(loops.begin(), loops.end(),
-                       [&device](const Record &loop) { return loop.at(0) == device && loop.at(3) == "autoclear"; }),
-        loops.end());
+    Records loops = InstrumentState::read(InstrumentState::loops);
+    const auto loop = InstrumentState::findLast(&loops, 0, device);
+    if (loop != loops.end() && loop->at(3) == "autoclear")
+        loops.erase(loop);
     InstrumentState::write(InstrumentState::loops, loops);
 }
 
 int detachLoop(const std::string &device)
 {
-    std::vector<Record> loops = InstrumentState::read(InstrumentState::loops);
-    const auto loop =
-        std::find_if(loops.begin(), loops.end(), [&device](const Record &record) { return record.at(0) == device; });
+    Records loops = InstrumentState::read(InstrumentState::loops);
+    const auto loop = InstrumentState::findLast(&loops, 0, device);
     if (loop == loops.end())
         return refuse("losetup", device + ": detach failed: No such device or address", 1);
-    if (isMounted(device) && fs::exists(InstrumentState::oldKernel))
+    if (isMounted(device) && !InstrumentState::read(InstrumentState::plan, "old-kernel").empty())
         return refuse("losetup", device + ": detach failed: Device or resource busy", 1);
     loop->at(3) = "autoclear";
     InstrumentState::write(InstrumentState::loops, loops);
@@ -91,8 +88,8 @@ int attachLoop(const std::string &device, const std::string &offset, const std::
 {
     if (!fs::exists(file))
         return refuse("losetup", file + ": failed to set up loop device: No such file or directory", 1);
-    const std::vector<Record> loops = InstrumentState::read(InstrumentState::loops);
-    if (std::any_of(loops.begin(), loops.end(), [&device](const Record &loop) { return loop.at(0) == device; }))
+    Records loops = InstrumentState::read(InstrumentState::loops);
+    if (InstrumentState::findLast(&loops, 0, device) != loops.end())
         return refuse("losetup", device + ": failed to set up loop device: Device or resource busy", 1);
     InstrumentState::append(InstrumentState::loops, {device, offset, file, "attached"});
     return 0;
@@ -100,7 +97,7 @@ int attachLoop(const std::string &device, const std::string &offset, const std::
 
 } // namespace
 
-int runMount(const Arguments &arguments)
+int simulator::runMount(const Arguments &arguments)
 {
     const MountRequest request = parse(arguments);
     if (request.options.rfind("remount", 0) == 0)
@@ -126,17 +123,15 @@ int runMount(const Arguments &arguments)
     return 0;
 }
 
-int runUmount(const Arguments &arguments)
+int simulator::runUmount(const Arguments &arguments)
 {
     if (arguments.size() != 1)
         return refuse("umount", "bad usage", 1);
     const std::string &target = arguments.front();
-    std::vector<Record> mounts = InstrumentState::read(InstrumentState::mounts);
-    const auto found =
-        std::find_if(mounts.rbegin(), mounts.rend(), [&target](const Record &mount) { return mount.at(1) == target; });
-    if (found == mounts.rend())
+    Records mounts = InstrumentState::read(InstrumentState::mounts);
+    const auto mount = InstrumentState::findLast(&mounts, 1, target);
+    if (mount == mounts.end())
         return refuse("umount", target + ": not mounted.", mountFailure);
-    const auto mount = std::prev(found.base());
     if (target == "/") { // stays, but can no longer be written
         mount->at(2) = "ro";
         InstrumentState::write(InstrumentState::mounts, mounts);
@@ -151,7 +146,7 @@ int runUmount(const Arguments &arguments)
     return 0;
 }
 
-int runLosetup(const Arguments &arguments)
+int simulator::runLosetup(const Arguments &arguments)
 {
     if (arguments.size() == 2 && arguments[0] == "-d")
         return detachLoop(arguments[1]);

@@ -4,8 +4,10 @@
 #include <string>
 #include <vector>
 
+namespace simulator {
+
 /// The stand-ins for the instrument's system tools. One program under many names: each function below is a tool, takes
-/// the arguments behind the program name and returns the exit code that the real tool would give. They change the state
+/// the arguments after the program name and returns the exit code that the real tool would give. They change the state
 /// of the virtual instrument only, and refuse what the real tool refuses.
 using Arguments = std::vector<std::string>;
 
@@ -23,5 +25,7 @@ int runFlashEraseall(const Arguments &arguments);
 int runNandwrite(const Arguments &arguments);
 int runUbiformat(const Arguments &arguments);
 int runSdimage(const Arguments &arguments);
+
+} // namespace simulator
 
 #endif

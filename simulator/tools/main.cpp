@@ -1,9 +1,7 @@
-// The stand-in tools of the virtual instrument, called by the name under which they are started. Every call is logged;
-// one that the fault list names fails; after the call that the power cut names, nothing of the instrument runs on.
+// The stand-in tools of the virtual instrument, called by the name under which they are started. Every call is in the
+// journal. The plan says which fail, and after which one the power is cut.
 
-#include <csignal>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <spawn.h>
@@ -12,6 +10,8 @@
 
 #include "simulator/tools/InstrumentState.h"
 #include "simulator/tools/Tool.h"
+
+using namespace simulator;
 
 namespace {
 
@@ -31,7 +31,7 @@ int runRealTool(const std::string &name, char **argv)
     const std::string program = realFolder + name;
     pid_t child = 0;
     if (posix_spawn(&child, program.c_str(), nullptr, nullptr, argv, environ) != 0)
-        return refuse(name, "there is no such tool on the bench", cannotBeStarted);
+        return refuse(name, "there is no such tool on the instrument", cannotBeStarted);
     int status = 0;
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : cannotBeStarted;
@@ -52,37 +52,20 @@ std::string joined(std::string program, const Arguments &arguments)
     return program;
 }
 
-// The fault list holds lines of an exit code and the beginning of the command lines that end with it.
 bool findFault(const std::string &commandLine, int *exitCode)
 {
-    for (const InstrumentState::Record &fault : InstrumentState::read(InstrumentState::faults)) {
-        if (fault.size() == 2 && commandLine.rfind(fault[1], 0) == 0) {
-            *exitCode = static_cast<int>(std::strtol(fault[0].c_str(), nullptr, 10));
+    for (const InstrumentState::Record &fault : InstrumentState::read(InstrumentState::plan, "tool")) {
+        if (commandLine.rfind(fault.at(1), 0) == 0) {
+            *exitCode = static_cast<int>(std::strtol(fault.at(0).c_str(), nullptr, 10));
             return true;
         }
     }
     return false;
 }
 
-bool isPowerCutDue()
-{
-    const std::vector<InstrumentState::Record> powerCut = InstrumentState::read(InstrumentState::powerCut);
-    return !powerCut.empty() &&
-           InstrumentState::read(InstrumentState::calls).size() >= std::strtoul(powerCut[0].at(0).c_str(), nullptr, 10);
-}
-
-// Ends every process of the sandbox, whose first process is bubblewrap's; elsewhere it would be every process at all.
-void cutPower()
-{
-    std::string firstProcess;
-    std::ifstream("/proc/1/comm") >> firstProcess;
-    if (firstProcess == "bwrap")
-        kill(-1, SIGKILL);
-}
-
 } // namespace
 
-int refuse(const std::string &tool, const std::string &message, int exitCode)
+int simulator::refuse(const std::string &tool, const std::string &message, int exitCode)
 {
     std::cerr << tool << ": " << message << std::endl;
     return exitCode;
@@ -97,12 +80,11 @@ int main(int argc, char **argv)
 
     int exitCode = 0;
     if (findFault(commandLine, &exitCode))
-        refuse(name, "fails because the bench says so", exitCode);
+        refuse(name, "fails by plan", exitCode);
     else
         exitCode = run(name, arguments, argv);
 
-    InstrumentState::append(InstrumentState::calls, {std::to_string(exitCode), commandLine});
-    if (isPowerCutDue())
-        cutPower();
+    InstrumentState::append(InstrumentState::journal, {"call", std::to_string(exitCode), commandLine});
+    InstrumentState::cutPowerIfPlanned("call", InstrumentState::read(InstrumentState::journal, "call").size());
     return exitCode;
 }

@@ -1,0 +1,213 @@
+"""Further updates: of PICs in use, with injected faults, and ones that a power cut ends."""
+
+import collections
+import concurrent.futures
+import dataclasses
+import os
+import random
+import shutil
+
+import journal
+from outcome import BLOCK_SIZE, Outcome, differences, snapshot
+
+MOST_FAULTS = 3
+# Failures that the update does not report, because it continues all the same or has another way.
+TOLERATED = ("umount ", "losetup -d ", "modprobe g_mass_storage ", "sync")
+SMALLEST_PROGRAM_MEMORY = 0x10000
+CUTS_AT_A_TIME = os.cpu_count()  # with more, an update that waits for a processor reaches its limits
+# What lifts the protection of the boot block and of blocks 0 to 3 is the erase of an update; by configuration byte.
+BLOCK_PROTECTION = {8: 0x0F, 9: 0x40, 10: 0x0F, 11: 0x40}
+OLD_PROGRAM = bytes(range(256)) * (SMALLEST_PROGRAM_MEMORY // 256)
+
+
+@dataclasses.dataclass
+class Trial:
+    title: str
+    good: bool = True
+    entries: list = dataclasses.field(default_factory=list)  # (text, "good", "FAILED" or "", details)
+
+    def add(self, text, outcome="", details=()):
+        self.entries.append((text, outcome, list(details)))
+        self.good = self.good and outcome != "FAILED"
+
+
+class Trials:
+    def __init__(self, updates, package, output):
+        self._updates = updates
+        self._package = package
+        self._output = output
+
+    def _outcome(self, output):
+        return Outcome(self._package, output, self._updates.pic_enabled)
+
+    def update_of_used_pics(self):
+        """From PICs that hold an old program, block protection and another configuration."""
+        trial = Trial("An update of PICs in use")
+        output = self._output / "used-pics"
+        boards = self._updates.new_instrument(output) / "run/instrument/boards"
+        boards.mkdir()
+        for number, pic in enumerate(self._package.facts["pics"], 1):
+            (boards / f"pic{number}.program").write_bytes(OLD_PROGRAM.ljust(pic["programSize"], b"\xff"))
+            (boards / f"pic{number}.configuration").write_bytes(
+                bytes(mask & (0x5A if index < 8 else ~BLOCK_PROTECTION.get(index, 0))
+                      for index, mask in enumerate(pic["configurationMask"])))
+        self._updates.update(output)
+        self._judge(trial, "PICs with an old program, block protection and another configuration", output)
+        return trial
+
+    def _judge(self, trial, text, output):
+        outcome = self._outcome(output)
+        reasons = [f"line {line.number}: {failure}" for line in outcome.lines for failure in line.failures]
+        reasons += [board for board in outcome.boards if "DIFFERS" in board] + outcome.violations
+        reasons += outcome.left_behind() + [f"last message: {outcome.last_message[1]}"]
+        trial.add(text, "good" if outcome.good else "FAILED", [] if outcome.good else reasons)
+
+    def update_with_faults(self, seed, undisturbed):
+        trial = Trial(f"An update with the faults of seed {seed}")
+        faults = FaultPlan(seed, undisturbed, self._package).faults
+        if not faults:
+            trial.add("nothing to draw from", "FAILED")
+            return trial
+        for fault in faults:
+            trial.add(f"fault: {fault.description}")
+        output = self._output / "faults"
+        self._updates.new_instrument(output)
+        self._updates.update(output, [fault.record for fault in faults])
+        disturbed = self._outcome(output)
+        for line in disturbed.lines:
+            if not line.executed:
+                trial.add(f"line {line.number} and those after it are not executed")
+                break
+            for failure in line.failures:
+                trial.add(f"reported at line {line.number}: {failure}")
+        trial.add(f"reported at the end: {disturbed.last_message[1]}")
+        for text in unreported_faults(faults, disturbed):
+            trial.add(f"NOT REPORTED: {text}", "FAILED")
+        self._updates.update(output)
+        self._judge(trial, "the update repeated without faults", output)
+        return trial
+
+    def updates_that_a_power_cut_ends(self, which, undisturbed):
+        trial = Trial("Updates that a power cut ends")
+        calls = journal.calls(undisturbed.all_events)
+        if which != "all" and int(which) > len(calls):
+            trial.add(f"the update calls {len(calls)} tools only", "FAILED")
+            return trial
+        cuts = [("call", number, f"tool call {number}: {command}") for number, (command, _) in enumerate(calls, 1)]
+        cuts = cuts + cuts_in_lines(undisturbed) if which == "all" else [cuts[int(which) - 1]]
+        whole = snapshot(undisturbed.instrument)
+        with concurrent.futures.ThreadPoolExecutor(CUTS_AT_A_TIME) as pool:
+            for parts in pool.map(lambda cut: self._cut(*cut, whole), cuts):
+                for entry in parts.entries:
+                    trial.add(*entry)
+        return trial
+
+    def _cut(self, event, number, text, whole):
+        trial = Trial("")
+        output = self._output / f"cut-{event.replace(' ', '-')}-{number}"
+        instrument = self._updates.new_instrument(output)
+        returned = self._updates.update(output, [("power-cut", event, number)])
+        happened = sum(event in (entry.kind, entry.fields[0]) for entry in journal.read(instrument))
+        if returned or happened != number:
+            trial.add(f"no power cut after {text}", "FAILED")
+            return trial
+        self._updates.update(output)
+        self._judge(trial, f"power cut after {text}", output)
+        different = differences(whole, snapshot(instrument)) if trial.good else []
+        if different:
+            trial.entries.clear()
+            trial.add(f"power cut after {text}", "FAILED", [f"the instrument differs: {path}" for path in different])
+        if trial.good:
+            shutil.rmtree(output)
+        return trial
+
+
+def cuts_in_lines(undisturbed):
+    """Of each kind of moment in a line one in the middle."""
+    cuts, before = [], collections.Counter()
+    for line in undisturbed.lines:
+        for moment, count in collections.Counter(line.moments).items():
+            cuts.append((moment, before[moment] + (count + 1) // 2, f"{moment} in line {line.number}"))
+            before[moment] += count
+    return cuts
+
+
+@dataclasses.dataclass
+class Fault:
+    record: tuple  # of the plan
+    description: str
+    lines: list  # numbers of those that must fail; none: the update must not begin
+
+
+class FaultPlan:
+    """One to three faults, drawn by a seed among those that an undisturbed update shows to matter."""
+
+    def __init__(self, seed, undisturbed, package):
+        self._random = random.Random(seed)
+        self._undisturbed = undisturbed
+        self._package = package
+        self.faults = []
+        places = [None, *undisturbed.lines]  # None: before the lines
+        for _ in range(self._random.randint(1, MOST_FAULTS)):
+            candidates = []
+            while places and not candidates:
+                place = places.pop(self._random.randrange(len(places)))
+                candidates = self._faults_at(place)
+            if candidates and place is None:
+                self.faults = [self._random.choice(candidates)]  # the others would not happen
+                return
+            if candidates:
+                self.faults.append(self._random.choice(candidates))
+
+    def _faults_at(self, line):
+        if line is None:
+            return self._tool_faults(self._undisturbed.calls_before_lines)
+        if line.facts["kind"] == "SCRIPT":  # decides itself what a failure of its tools means
+            return []
+        boards = {"PIC": self._pic_faults, "ESA": self._esa_faults}.get(line.facts["kind"])
+        return self._tool_faults(line.calls) + (boards(line) if boards else [])
+
+    def _tool_faults(self, calls):
+        return [Fault(("tool", 1, command), f"fails: {command}", self._lines_that_call(command))
+                for command, code in calls if code == 0 and not command.startswith(TOLERATED)]
+
+    def _lines_that_call(self, command):
+        """A tool fails in every command line that begins like the drawn one."""
+        return [line.number for line in self._undisturbed.lines if line.facts["kind"] != "SCRIPT"
+                and any(other.startswith(command) for other, _ in line.calls)]
+
+    def _pic_faults(self, line):
+        pic = line.facts["pic"]
+        faults = [Fault(("pic", pic, "absent"), f"PIC {pic} does not answer", [line.number])]
+        ranges = [written for written in self._package.hex_file(line.facts)["written"]
+                  if written[0] < SMALLEST_PROGRAM_MEMORY]
+        if ranges:
+            address, bit = self._random.randrange(*self._random.choice(ranges)), self._random.randrange(8)
+            for name, text in ("never-erased", "does not erase"), ("flipped", "is programmed wrongly"):
+                faults.append(Fault(("pic", pic, name, address, bit), f"PIC {pic}: bit {bit} at address {address} {text}",
+                                    [line.number]))
+        return faults
+
+    def _esa_faults(self, line):
+        """After each of them the board stays in its transfer, and answers no later line."""
+        board = line.facts["board"]
+        blocks = -(-self._package.payload(line.facts).stat().st_size // BLOCK_SIZE)
+        if blocks == 0:
+            return []
+        lines = [later.number for later in self._undisturbed.lines
+                 if later.number >= line.number and later.facts.get("board") == board]
+        block = self._random.randrange(blocks)
+        return [Fault(("esa", board, "silent"), f"the ESA {board} board never asks for the image", lines),
+                Fault(("esa", board, "refused", block), f"the ESA {board} board refuses block {block}", lines),
+                Fault(("esa", board, "unanswered", block), f"the ESA {board} board's reply to block {block} is lost", lines)]
+
+
+def unreported_faults(faults, disturbed):
+    """What the operator of the disturbed update should have seen and did not."""
+    unreported = [] if disturbed.last_message[0] == "red" else ["the update did not end in red"]
+    for fault in faults:
+        unreported += [f"line {number} did not fail: {disturbed.lines[number - 1].facts['text']}"
+                       for number in fault.lines if disturbed.lines[number - 1].outcome == "ok"]
+        if not fault.lines and any(line.executed for line in disturbed.lines):
+            unreported.append(f"the update began: {fault.description}")
+    return unreported
