@@ -16,7 +16,7 @@ PROJECT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(PROJECT / "simulator/rehearsal"))
 
 import package  # noqa: E402
-import trials  # noqa: E402
+import further  # noqa: E402
 from outcome import Outcome  # noqa: E402
 
 BUILD = pathlib.Path()
@@ -122,8 +122,8 @@ class PackageInspectionTest(Case):
                                     " and then does not find the image"),
                 ("SCRIPT:/crlf.sh", "2 script /crlf.sh has CR LF line ends: its interpreter is not found"),
                 ("SCRIPT:/k", "2 script /k is not executable\n2 script /k does not begin with #!"),
-                ("SYSTEM:NAN", "2 system type 'NAN' is neither NAND nor SDCARD, and the lines below write nothing\n"
-                               "3 system type of an unknown type nothing is written, and counts as done"),
+                ("SYSTEM:NAN", "2 system type 'NAN' is neither NAND nor SDCARD, and of the lines after it only APP writes\n"
+                               "3 system type of an unknown type nothing is written, and the line counts as successful"),
                 ("PIC1:/damaged.hex", "2 rejected HEX file /damaged.hex, line 3: shorter than its data byte count"),
                 ("PIC1:/empty.hex", "2 rejected HEX file /empty.hex holds no byte for the PIC"),
                 ("PIC1:/cut.hex", "2 end of file /cut.hex has no end-of-file record: it may be cut short"),
@@ -178,14 +178,14 @@ class RehearsalTest(Case):
         states = {region["state"] for region in report["pics"][0]["regions"]}
         self.assertEqual(states, {"erased", "programmed", "kept"})
         self.assertTrue(pathlib.Path(report["pictures"][0]).name.startswith("1-main-screen"))
-        faults, used = report["trials"]
+        faults, used = report["furtherUpdates"]
         self.assertTrue(any(entry["text"].startswith("reported at line ") for entry in faults["entries"]))
         self.assertEqual((used["title"], used["verdict"]), ("An update of PICs in use", "good"))
 
         unpacked = self.unpack(archive)
         undisturbed = Outcome(unpacked, self.work / "output", True)
-        plan = trials.FaultPlan("1", undisturbed, unpacked)
-        unreported = trials.unreported_faults(plan.faults, undisturbed)
+        plan = further.FaultPlan("1", undisturbed, unpacked)
+        unreported = further.unreported_faults(plan.faults, undisturbed)
         self.assertEqual(len(unreported), 1 + sum(len(fault.lines) for fault in plan.faults))
 
     def test_names_mistakes_and_shows_what_they_do(self):
@@ -199,8 +199,8 @@ class RehearsalTest(Case):
         self.assertEqual({mistake["line"] for mistake in report["mistakes"]}, {2, 4, 5, 6, 7})
         self.assertIn("Failed - Updating root image with file: /images/rootfs.ubi",
                       [message["text"] for message in self.line(report, lines[3])["messages"]])
-        self.assertEqual(report["trials"][0]["verdict"], "FAILED")
-        self.assertIn("not tried, because the undisturbed update is not good", output)
+        self.assertEqual(report["furtherUpdates"][0]["verdict"], "FAILED")
+        self.assertIn("not run, because the undisturbed update is not good", output)
 
     def test_lines_of_disabled_boards_fail_one_by_one(self):
         lines = ["ESA_IO_APP:/k", "PIC1:/p.hex", "PIC2:/p.hex", "ESA_M_EEP:/k", "SCRIPT:/go.sh"]
@@ -236,7 +236,7 @@ class PowerCutTest(Case):
     def test_every_cut_is_followed_by_the_same_instrument(self):
         archive = self.sample(without=("PIC4", "ESA_M", "ESA_IO_EEP"))
         _, report = self.rehearse(0, archive, "--source", "pc", "--pic-enable", "--avr-enable", "--power-cut", "all")
-        cuts = [entry["text"] for entry in report["trials"][0]["entries"]]
+        cuts = [entry["text"] for entry in report["furtherUpdates"][0]["entries"]]
         for moment in ("pic 1 erase", "pic 1 row", "pic 1 configuration", "esa io boot loader", "esa io erase",
                        "esa io block", "esa io end"):
             self.assertTrue(any(f" {moment} in line " in cut for cut in cuts), moment)
@@ -246,14 +246,14 @@ class PowerCutTest(Case):
         script = ("#!/bin/sh\necho again >>/etc/log\ntouch \"/etc/two\nlines\"\n"
                   "echo x >>/tmp/firmware_update/update_config\n")
         output, report = self.rehearse(1, self.pack(["SCRIPT:/log.sh"], {"log.sh": script}), "--power-cut", "4")
-        self.assertEqual(report["trials"][0]["entries"][0]["details"], ["the instrument differs: /etc/log"])
+        self.assertEqual(report["furtherUpdates"][0]["entries"][0]["details"], ["the instrument differs: /etc/log"])
         self.assertIn("new /etc/two lines, 0 bytes", report["lines"][0]["changes"])
         self.assertEqual(len(report["lines"]), 1)  # what the script does to the command file comes too late
 
     def test_a_protected_configuration_is_not_cut(self):
         output, report = self.rehearse(1, self.pack(["PIC1:/wrtc.hex"], {"wrtc.hex": FILES["wrtc.hex"] + END}),
                                        "--pic-enable", "--power-cut", "all")
-        self.assertIn("not tried, because the package protects the configuration", output)
+        self.assertIn("not run, because the package protects the configuration", output)
         self.assertEqual([mistake["kind"] for mistake in report["mistakes"]], ["configuration protected"])
 
 

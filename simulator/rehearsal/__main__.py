@@ -11,7 +11,7 @@ import package
 import report
 import running
 from outcome import Outcome
-from trials import Trial, Trials
+from further import FurtherUpdate, FurtherUpdates
 
 GOOD, FAILED = 0, 1
 
@@ -76,40 +76,40 @@ def rehearse(updates, options):
     print(f"Rehearsing {options.package}", flush=True)
     with tempfile.TemporaryDirectory() as folder, concurrent.futures.ThreadPoolExecutor() as pool:
         unpacked = package.Package(updates.build, options.package, folder)
-        trials = Trials(updates, unpacked, options.output)
+        further = FurtherUpdates(updates, unpacked, options.output)
         used_pics = None
         if options.pic_enable and any(line["kind"] == "PIC" for line in unpacked.lines):
-            used_pics = pool.submit(trials.update_of_used_pics)
+            used_pics = pool.submit(further.update_of_used_pics)
         updates.new_instrument(options.output)
         if not updates.update(options.output, show=show):
             print("The program did not come back to the main screen.")
         print(f"Debug output and output of the tools: {options.output}/log")
         undisturbed = Outcome(unpacked, options.output, options.pic_enable)
-        done = further_updates(trials, undisturbed, unpacked, options)
+        done = further_updates(further, undisturbed, unpacked, options)
         if used_pics and undisturbed.good:
             done.append(used_pics.result())
         return finish(options, unpacked, undisturbed, done)
 
 
-def further_updates(trials, undisturbed, unpacked, options):
+def further_updates(further, undisturbed, unpacked, options):
     done = []
-    for chosen, title, trial in ((options.faults, "An update with faults", trials.update_with_faults),
+    for chosen, title, run in ((options.faults, "An update with faults", further.update_with_faults),
                                  (options.power_cut, "Updates that a power cut ends",
-                                  trials.updates_that_a_power_cut_ends)):
+                                  further.updates_that_a_power_cut_ends)):
         if chosen and not undisturbed.good:
-            done.append(Trial(title))
-            done[-1].add("not tried, because the undisturbed update is not good", "FAILED")
+            done.append(FurtherUpdate(title))
+            done[-1].add("not run, because the undisturbed update is not good", "FAILED")
         elif chosen and unpacked.clears_wrtc():
-            done.append(Trial(title))
-            done[-1].add("not tried, because the package protects the configuration of a PIC for good", "FAILED")
+            done.append(FurtherUpdate(title))
+            done[-1].add("not run, because the package protects the configuration of a PIC for good", "FAILED")
         elif chosen:
             print(title, flush=True)
-            done.append(trial(chosen, undisturbed))
+            done.append(run(chosen, undisturbed))
     return done
 
 
-def finish(options, unpacked, outcome, trials):
-    made = report.make(unpacked, package.Inspection(unpacked), outcome, trials, options.output / "pictures")
+def finish(options, unpacked, outcome, further):
+    made = report.make(unpacked, package.Inspection(unpacked), outcome, further, options.output / "pictures")
     print(report.text(made))
     print(f"Pictures of the panel: {options.output}/pictures")
     for path in options.report:

@@ -15,8 +15,8 @@ SECTIONS = {"failedTools": "Tools that failed", "flash": "Flash", "files": "File
 TEMPLATE = string.Template((running.SIMULATOR / "rehearsal/report.html").read_text())
 
 
-def make(package, inspection, outcome, trials, pictures):
-    good = outcome.good and not inspection.mistakes and all(trial.good for trial in trials)
+def make(package, inspection, outcome, further, pictures):
+    good = outcome.good and not inspection.mistakes and all(result.good for result in further)
     return {
         "format": FORMAT, "package": package.archive.name, "verdict": _verdict(good),
         "lines": [{"number": line.number, "command": line.facts["text"], "kind": line.facts["kind"], "outcome": line.outcome,
@@ -28,8 +28,9 @@ def make(package, inspection, outcome, trials, pictures):
                    "boards": outcome.boards, "violations": outcome.violations, "leftBehind": outcome.left_behind(),
                    "lastMessage": _messages([outcome.last_message])[0]},
         "pics": outcome.pics,
-        "trials": [{"title": trial.title, "verdict": _verdict(trial.good), "entries":
-                    [dict(zip(("text", "outcome", "details"), entry)) for entry in trial.entries]} for trial in trials],
+        "furtherUpdates": [{"title": result.title, "verdict": _verdict(result.good),
+                            "entries": [dict(zip(("text", "outcome", "details"), entry)) for entry in result.entries]}
+                           for result in further],
         "pictures": [str(path) for path in sorted(pictures.glob("*.png"), key=lambda path: int(path.name.split("-")[0]))],
     }
 
@@ -81,11 +82,11 @@ def text(report):
         out += [f"               {detail}" for detail in _line_details(line)]
     for title, entries in _sections(report):
         out += [title, *(f"  {entry}" for entry in entries or ["none"])]
-    for trial in report["trials"]:
-        out.append(trial["title"])
-        for entry in trial["entries"]:
+    for result in report["furtherUpdates"]:
+        out.append(result["title"])
+        for entry in result["entries"]:
             out += [f"  {_entry_text(entry)}", *(f"    {detail}" for detail in entry["details"])]
-        out.append(f"  {trial['verdict']}")
+        out.append(f"  {result['verdict']}")
     return "\n".join([*out, f"Verdict: {report['verdict']}"])
 
 
@@ -102,7 +103,7 @@ def _html(report):
     return TEMPLATE.substitute(
         package=_(report["package"]), verdict=report["verdict"], lines=lines,
         findings="".join(sections[:2]), sections="".join(sections[2:]),
-        trials="".join(_trial_html(trial) for trial in report["trials"]),
+        further_updates="".join(_further_html(result) for result in report["furtherUpdates"]),
         pictures="".join(map(_picture_html, report["pictures"])),
         pics="".join(map(_pic_html, report["pics"])) or "<p>none</p>",
         legend="".join(f'<span class="key" style="background:{colour}"></span>{state} '
@@ -128,10 +129,10 @@ def _detail_html(detail):
     return f'<span class="FAILED">{_(detail)}</span>' if "DIFFERS" in detail else _(detail)
 
 
-def _trial_html(trial):
+def _further_html(result):
     entries = (f'<span class="{entry["outcome"]}">{_(_entry_text(entry))}</span>'
-               + (_list(map(_, entry["details"])) if entry["details"] else "") for entry in trial["entries"])
-    return f'<h2>{_(trial["title"])}: <span class="{trial["verdict"]}">{trial["verdict"]}</span></h2>{_list(entries)}'
+               + (_list(map(_, entry["details"])) if entry["details"] else "") for entry in result["entries"])
+    return f'<h2>{_(result["title"])}: <span class="{result["verdict"]}">{result["verdict"]}</span></h2>{_list(entries)}'
 
 
 def _picture_html(path):

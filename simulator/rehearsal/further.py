@@ -21,7 +21,7 @@ OLD_PROGRAM = bytes(range(256)) * (SMALLEST_PROGRAM_MEMORY // 256)
 
 
 @dataclasses.dataclass
-class Trial:
+class FurtherUpdate:
     title: str
     good: bool = True
     entries: list = dataclasses.field(default_factory=list)  # (text, "good", "FAILED" or "", details)
@@ -31,7 +31,7 @@ class Trial:
         self.good = self.good and outcome != "FAILED"
 
 
-class Trials:
+class FurtherUpdates:
     def __init__(self, updates, package, output):
         self._updates = updates
         self._package = package
@@ -42,7 +42,7 @@ class Trials:
 
     def update_of_used_pics(self):
         """From PICs that hold an old program, block protection and another configuration."""
-        trial = Trial("An update of PICs in use")
+        result = FurtherUpdate("An update of PICs in use")
         output = self._output / "used-pics"
         boards = self._updates.new_instrument(output) / "run/instrument/boards"
         boards.mkdir()
@@ -52,74 +52,74 @@ class Trials:
                 bytes(mask & (0x5A if index < 8 else ~BLOCK_PROTECTION.get(index, 0))
                       for index, mask in enumerate(pic["configurationMask"])))
         self._updates.update(output)
-        self._judge(trial, "PICs with an old program, block protection and another configuration", output)
-        return trial
+        self._judge(result, "PICs with an old program, block protection and another configuration", output)
+        return result
 
-    def _judge(self, trial, text, output):
+    def _judge(self, result, text, output):
         outcome = self._outcome(output)
         reasons = [f"line {line.number}: {failure}" for line in outcome.lines for failure in line.failures]
         reasons += [board for board in outcome.boards if "DIFFERS" in board] + outcome.violations
         reasons += outcome.left_behind() + [f"last message: {outcome.last_message[1]}"]
-        trial.add(text, "good" if outcome.good else "FAILED", [] if outcome.good else reasons)
+        result.add(text, "good" if outcome.good else "FAILED", [] if outcome.good else reasons)
 
     def update_with_faults(self, seed, undisturbed):
-        trial = Trial(f"An update with the faults of seed {seed}")
+        result = FurtherUpdate(f"An update with the faults of seed {seed}")
         faults = FaultPlan(seed, undisturbed, self._package).faults
         if not faults:
-            trial.add("nothing to draw from", "FAILED")
-            return trial
+            result.add("nothing to draw from", "FAILED")
+            return result
         for fault in faults:
-            trial.add(f"fault: {fault.description}")
+            result.add(f"fault: {fault.description}")
         output = self._output / "faults"
         self._updates.new_instrument(output)
         self._updates.update(output, [fault.record for fault in faults])
         disturbed = self._outcome(output)
         for line in disturbed.lines:
             if not line.executed:
-                trial.add(f"line {line.number} and those after it are not executed")
+                result.add(f"line {line.number} and those after it are not executed")
                 break
             for failure in line.failures:
-                trial.add(f"reported at line {line.number}: {failure}")
-        trial.add(f"reported at the end: {disturbed.last_message[1]}")
+                result.add(f"reported at line {line.number}: {failure}")
+        result.add(f"reported at the end: {disturbed.last_message[1]}")
         for text in unreported_faults(faults, disturbed):
-            trial.add(f"NOT REPORTED: {text}", "FAILED")
+            result.add(f"NOT REPORTED: {text}", "FAILED")
         self._updates.update(output)
-        self._judge(trial, "the update repeated without faults", output)
-        return trial
+        self._judge(result, "the update repeated without faults", output)
+        return result
 
     def updates_that_a_power_cut_ends(self, which, undisturbed):
-        trial = Trial("Updates that a power cut ends")
+        result = FurtherUpdate("Updates that a power cut ends")
         calls = journal.calls(undisturbed.all_events)
         if which != "all" and int(which) > len(calls):
-            trial.add(f"the update calls {len(calls)} tools only", "FAILED")
-            return trial
+            result.add(f"the update calls {len(calls)} tools only", "FAILED")
+            return result
         cuts = [("call", number, f"tool call {number}: {command}") for number, (command, _) in enumerate(calls, 1)]
         cuts = cuts + cuts_in_lines(undisturbed) if which == "all" else [cuts[int(which) - 1]]
         whole = snapshot(undisturbed.instrument)
         with concurrent.futures.ThreadPoolExecutor(CUTS_AT_A_TIME) as pool:
             for parts in pool.map(lambda cut: self._cut(*cut, whole), cuts):
                 for entry in parts.entries:
-                    trial.add(*entry)
-        return trial
+                    result.add(*entry)
+        return result
 
     def _cut(self, event, number, text, whole):
-        trial = Trial("")
+        result = FurtherUpdate("")
         output = self._output / f"cut-{event.replace(' ', '-')}-{number}"
         instrument = self._updates.new_instrument(output)
         returned = self._updates.update(output, [("power-cut", event, number)])
         happened = sum(event in (entry.kind, entry.fields[0]) for entry in journal.read(instrument))
         if returned or happened != number:
-            trial.add(f"no power cut after {text}", "FAILED")
-            return trial
+            result.add(f"no power cut after {text}", "FAILED")
+            return result
         self._updates.update(output)
-        self._judge(trial, f"power cut after {text}", output)
-        different = differences(whole, snapshot(instrument)) if trial.good else []
+        self._judge(result, f"power cut after {text}", output)
+        different = differences(whole, snapshot(instrument)) if result.good else []
         if different:
-            trial.entries.clear()
-            trial.add(f"power cut after {text}", "FAILED", [f"the instrument differs: {path}" for path in different])
-        if trial.good:
+            result.entries.clear()
+            result.add(f"power cut after {text}", "FAILED", [f"the instrument differs: {path}" for path in different])
+        if result.good:
             shutil.rmtree(output)
-        return trial
+        return result
 
 
 def cuts_in_lines(undisturbed):
