@@ -1,5 +1,8 @@
-#include <QProcess>
+#include <QBuffer>
+#include <QDeadlineTimer>
 #include <QtTest>
+
+#include <algorithm>
 
 #include "simulator/tools/InstrumentState.h"
 #include "tests/Instrument.h"
@@ -9,50 +12,61 @@ using namespace simulator;
 
 namespace {
 
-const int patienceMs = 60000; // of a busy machine, or an emulated processor
+// CTest's limit for the program, shared by its five functions, less what each needs to end and to report a failure.
+const int functionLimitMs = 1000 * (CTEST_LIMIT / 5 - 25);
+
 const QRect messageWindow(3, 31, 281, 165);
-const QPoint belowTheButtonsOfTheMainScreen(3 + 120, 31 + 205);
+const QPoint betweenTheButtonsOfTheProgressScreen(3 + 120, 31 + 205);
+const QPoint besideTheWindow(310, 10);
 
-/// The program that ships, running on a display.
-class Program
+int countPixels(const QImage &picture, const QColor &colour)
 {
-public:
-    explicit Program(const VirtualDisplay &display)
-    {
-        m_Process.setProcessChannelMode(QProcess::ForwardedChannels);
-        m_Process.setProcessEnvironment(display.environment());
-        QStringList command = QString(UPDATER_COMMAND).simplified().split(' ');
-        m_Process.start(command.takeFirst(), command << "Quorvin");
-    }
-    ~Program()
-    {
-        m_Process.terminate();
-        m_Process.waitForFinished();
-    }
-
-private:
-    QProcess m_Process;
-};
-
-int countPixels(const VirtualDisplay &display, const QColor &colour)
-{
-    const QImage picture = display.picture().copy(messageWindow);
     int count = 0;
-    for (int y = 0; y < picture.height(); ++y) {
-        for (int x = 0; x < picture.width(); ++x)
-            count += picture.pixelColor(x, y) == colour ? 1 : 0;
+    for (int y = messageWindow.top(); y <= messageWindow.bottom(); ++y) {
+        const auto *line = reinterpret_cast<const QRgb *>(picture.constScanLine(y)) + messageWindow.left();
+        count += static_cast<int>(std::count_if(line, line + messageWindow.width(), [&colour](QRgb pixel) {
+            return (pixel & RGB_MASK) == (colour.rgb() & RGB_MASK);
+        }));
     }
     return count;
 }
 
-bool isMainScreenShown(const VirtualDisplay &display)
+bool isMainScreen(const QImage &picture)
 {
-    return display.picture().pixelColor(belowTheButtonsOfTheMainScreen) == QColor(Qt::white);
+    return picture.pixelColor(betweenTheButtonsOfTheProgressScreen) == QColor(Qt::white) &&
+           picture.pixelColor(besideTheWindow) == QColor(Qt::black) && countPixels(picture, "black") > 0;
+}
+
+// Only this screen shows the grey of a window.
+bool isProgressScreen(const QImage &picture)
+{
+    const QColor colour = picture.pixelColor(betweenTheButtonsOfTheProgressScreen);
+    return colour != QColor(Qt::white) && colour != QColor(Qt::black);
+}
+
+bool showsSuccess(const QImage &picture)
+{
+    return countPixels(picture, "green") > 0;
+}
+
+const char *screenName(const QImage &picture)
+{
+    return isMainScreen(picture)       ? "the main screen"
+           : isProgressScreen(picture) ? "the progress screen"
+                                       : "neither screen";
 }
 
 bool isStorageExported()
 {
     return InstrumentState::read(InstrumentState::modules).size() == 2;
+}
+
+// A line that a browser shows as a picture.
+QByteArray toDataUrl(const QImage &picture)
+{
+    QBuffer file;
+    picture.save(&file, "PNG");
+    return "data:image/png;base64," + file.data().toBase64();
 }
 
 } // namespace
@@ -63,12 +77,64 @@ class EndToEndTest : public QObject
     Q_OBJECT
 
 private slots:
-    void keysCarryOutAnUpdate_data();
-    void keysCarryOutAnUpdate();
+    void init();
+    void cleanup();
+    void keysExecuteAnUpdate_data();
+    void keysExecuteAnUpdate();
     void linesAreOnTheDisplayBeforeTheirStepBlocks();
+
+private:
+    template <typename Condition>
+    bool waitFor(Condition condition) const
+    {
+        return QTest::qWaitFor(condition, static_cast<int>(m_Limit.remainingTime()));
+    }
+    template <typename Condition>
+    bool waitForPicture(Condition condition) const
+    {
+        return waitFor([this, condition] { return condition(m_Display->picture()); });
+    }
+    bool waitForMainScreen() const;
+    void startProgram();
+
+    QDeadlineTimer m_Limit;
+    QScopedPointer<VirtualDisplay> m_Display;
 };
 
-void EndToEndTest::keysCarryOutAnUpdate_data()
+void EndToEndTest::init()
+{
+    m_Limit = QDeadlineTimer(functionLimitMs);
+    m_Display.reset(new VirtualDisplay);
+    QVERIFY(waitFor([this] { return m_Display->isRunning(); }));
+}
+
+void EndToEndTest::cleanup()
+{
+    if (QTest::currentTestFailed() && m_Display->isRunning()) {
+        const QImage picture = m_Display->picture();
+        qWarning().noquote() << "The display showed" << screenName(picture) << "with" << countPixels(picture, "green")
+                             << "green and" << countPixels(picture, "red") << "red pixels in the message window."
+                             << "\nThe keyboard was with:" << m_Display->focusedWindow()
+                             << "\nThe picture, an address for a browser:" << toDataUrl(picture);
+    }
+    m_Display.reset();
+}
+
+void EndToEndTest::startProgram()
+{
+    QStringList command = QString(UPDATER_COMMAND).simplified().split(' ');
+    m_Display->startProgram(command.takeFirst(), command << "Quorvin");
+}
+
+/// A key reaches the main screen once its window has the keyboard.
+bool EndToEndTest::waitForMainScreen() const
+{
+    return waitForPicture(isMainScreen) && waitFor([this] {
+               return m_Display->focusedWindow().endsWith("Position: 3,31 (screen: 0) Geometry: 281x208");
+           });
+}
+
+void EndToEndTest::keysExecuteAnUpdate_data()
 {
     QTest::addColumn<QString>("sourceKey");
     QTest::addColumn<QString>("device");
@@ -83,7 +149,7 @@ void EndToEndTest::keysCarryOutAnUpdate_data()
                                                     << "mmcblk0p4" << true;
 }
 
-void EndToEndTest::keysCarryOutAnUpdate()
+void EndToEndTest::keysExecuteAnUpdate()
 {
     QFETCH(QString, sourceKey);
     QFETCH(QString, device);
@@ -92,35 +158,25 @@ void EndToEndTest::keysCarryOutAnUpdate()
     Instrument instrument;
     instrument.makePackage(instrument.insertMedium(device) + "/firmware_update.tar.bz2", "KERNEL:/uImage\n",
                            {{"uImage", "kernel by " + sourceKey.toLatin1()}});
-    VirtualDisplay display;
-    QVERIFY(display.isRunning());
-    QProcess manager;
     if (windowManager) {
-        manager.setProcessEnvironment(display.environment());
-        manager.start("openbox", QStringList("--sm-disable"));
-        QVERIFY(manager.waitForStarted());
+        m_Display->startWindowManager();
+        QVERIFY(waitFor([this] { return m_Display->isManaged(); }));
     }
-    {
-        const Program program(display);
-        QTRY_VERIFY_WITH_TIMEOUT(isMainScreenShown(display), patienceMs);
-        QVERIFY2(display.picture().pixelColor(310, 10) == QColor(Qt::black), "the rest of the display is black");
+    startProgram();
+    QVERIFY(waitForMainScreen());
 
-        QTRY_COMPARE_WITH_TIMEOUT(display.focusedWindow(), QString("Updater"), patienceMs);
-        QVERIFY(display.typeKey(sourceKey));
-        QTRY_VERIFY_WITH_TIMEOUT(!isMainScreenShown(display), patienceMs);
-        QVERIFY(display.typeKey("F1"));
-        if (sourceKey == "F1") {
-            QTRY_VERIFY_WITH_TIMEOUT(isStorageExported(), patienceMs);
-            QVERIFY(display.typeKey("F1"));
-        }
-        QTRY_VERIFY_WITH_TIMEOUT(countPixels(display, QColor("green")) > 0, patienceMs);
-        QCOMPARE(countPixels(display, QColor("red")), 0);
-        QVERIFY(instrument.contentOf("/dev/mtd0").startsWith("kernel by " + sourceKey.toLatin1() + '\xFF'));
-        QVERIFY(display.typeKey("F1"));
-        QTRY_VERIFY_WITH_TIMEOUT(isMainScreenShown(display), patienceMs);
+    QVERIFY(m_Display->typeKey(sourceKey));
+    QVERIFY(waitForPicture(isProgressScreen));
+    QVERIFY(m_Display->typeKey("F1"));
+    if (sourceKey == "F1") {
+        QVERIFY(waitFor(isStorageExported));
+        QVERIFY(m_Display->typeKey("F1"));
     }
-    manager.terminate();
-    manager.waitForFinished();
+    QVERIFY(waitForPicture(showsSuccess));
+    QCOMPARE(countPixels(m_Display->picture(), "red"), 0);
+    QVERIFY(instrument.contentOf("/dev/mtd0").startsWith("kernel by " + sourceKey.toLatin1() + '\xFF'));
+    QVERIFY(m_Display->typeKey("F1"));
+    QVERIFY(waitForMainScreen());
     QCOMPARE(instrument.contentOf("/mnt/data/settings/Vantrel/Updater.conf"),
              QByteArray("[General]\nProductName=Quorvin\n"));
 }
@@ -132,20 +188,21 @@ void EndToEndTest::linesAreOnTheDisplayBeforeTheirStepBlocks()
         instrument.insertMedium("mmcblk0p4") + "/firmware_update.tar.bz2",
         "SYSTEM:NAND\nSYSTEM:SDCARD\nSCRIPT:/block.sh\n",
         {{"block.sh", "#!/bin/sh\ntouch /tmp/blocking\nwhile [ ! -e /tmp/go-on ]; do sleep 0.02; done\n"}});
-    VirtualDisplay display;
-    QVERIFY(display.isRunning());
-    const Program program(display);
-    QTRY_COMPARE_WITH_TIMEOUT(display.focusedWindow(), QString("Updater"), patienceMs);
-    QVERIFY(display.typeKey("F3"));
-    QTRY_VERIFY_WITH_TIMEOUT(!isMainScreenShown(display), patienceMs);
-    const int inkOfThePrompt = countPixels(display, Qt::black);
+    startProgram();
+    QVERIFY(waitForMainScreen());
+    QVERIFY(m_Display->typeKey("F3"));
+    QVERIFY(waitForPicture(isProgressScreen));
+    const int inkOfThePrompt = countPixels(m_Display->picture(), "black");
     QVERIFY(inkOfThePrompt > 0);
-    QVERIFY(display.typeKey("F1"));
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists("/tmp/blocking"), patienceMs);
-    const int inkOfTheLines = countPixels(display, Qt::black) - inkOfThePrompt;
+
+    QVERIFY(m_Display->typeKey("F1"));
+    QVERIFY(waitFor([] { return QFile::exists("/tmp/blocking"); }));
+    const auto showsTheLines = [inkOfThePrompt](const QImage &picture) { // five of them, and the prompt
+        return countPixels(picture, "black") > 2 * inkOfThePrompt;
+    };
+    QVERIFY(waitForPicture(showsTheLines));
     instrument.write("/tmp/go-on", "");
-    QVERIFY2(inkOfTheLines > inkOfThePrompt, "five lines of their own");
-    QTRY_VERIFY_WITH_TIMEOUT(countPixels(display, QColor("green")) > 0, patienceMs);
+    QVERIFY(waitForPicture(showsSuccess));
 }
 
 QTEST_GUILESS_MAIN(EndToEndTest)

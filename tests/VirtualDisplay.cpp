@@ -2,51 +2,71 @@
 
 #include <QFile>
 #include <QtEndian>
-#include <QtTest>
 
 namespace {
-
-const QString displayName = ":7"; // the sandbox has no other
 
 // The fields of an X window dump's header, in 32-bit words.
 enum DumpField { HeaderSize = 0, Width = 4, Height = 5, BytesPerLine = 12, ColourCount = 19, FieldCount = 25 };
 
 const quint32 colourEntrySize = 12;
 
+const int xdotoolLimitMs = 10000;
+
+void end(QProcess *process)
+{
+    process->kill();
+    process->waitForFinished();
+}
+
 } // namespace
 
+// The root is white, so that only the program can make the display black. A key that a busy machine releases late must
+// not repeat.
 VirtualDisplay::VirtualDisplay()
 {
-    m_Server.setProcessChannelMode(QProcess::ForwardedChannels);
-    m_Server.start("Xvfb", QStringList() << displayName << "-screen"
-                                         << "0"
-                                         << "320x240x24"
-                                         << "-fbdir" << m_FrameBuffer.path() << "-noreset"
-                                         << "-nolisten"
-                                         << "tcp");
+    m_Server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_Server.start("Xvfb", {"-displayfd", "1", "-screen", "0", "320x240x24", "-wr", "-r", "-fbdir", m_Folder.path(),
+                            "-noreset", "-nolisten", "tcp"});
 }
 
 VirtualDisplay::~VirtualDisplay()
 {
-    m_Server.terminate();
-    m_Server.waitForFinished();
+    end(&m_Program);
+    end(&m_WindowManager);
+    end(&m_Server);
 }
 
-// A server that answers: the socket alone may be what an earlier one has left.
+// The server prints the number of its display when it is ready.
 bool VirtualDisplay::isRunning()
 {
-    const auto answers = [this] {
-        bool succeeded = false;
-        runXdotool(QStringList("getmouselocation"), &succeeded);
-        return succeeded;
-    };
-    return QTest::qWaitFor(answers, 60000);
+    if (m_Server.canReadLine())
+        m_Name = ':' + m_Server.readLine().trimmed();
+    return !m_Name.isEmpty();
+}
+
+void VirtualDisplay::startWindowManager()
+{
+    m_WindowManager.setProcessChannelMode(QProcess::ForwardedChannels);
+    m_WindowManager.setProcessEnvironment(environment());
+    m_WindowManager.start("openbox", {"--sm-disable", "--startup", "touch " + m_Folder.filePath("managed")});
+}
+
+bool VirtualDisplay::isManaged() const
+{
+    return QFile::exists(m_Folder.filePath("managed"));
+}
+
+void VirtualDisplay::startProgram(const QString &program, const QStringList &arguments)
+{
+    m_Program.setProcessChannelMode(QProcess::ForwardedChannels);
+    m_Program.setProcessEnvironment(environment());
+    m_Program.start(program, arguments);
 }
 
 QProcessEnvironment VirtualDisplay::environment() const
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("DISPLAY", displayName);
+    environment.insert("DISPLAY", m_Name);
     environment.insert("QT_QPA_PLATFORM", "xcb");
     return environment;
 }
@@ -54,17 +74,14 @@ QProcessEnvironment VirtualDisplay::environment() const
 bool VirtualDisplay::typeKey(const QString &name) const
 {
     bool succeeded = false;
-    runXdotool(QStringList() << "key" << name, &succeeded);
+    runXdotool({"key", name}, &succeeded);
     return succeeded;
 }
 
 QString VirtualDisplay::focusedWindow() const
 {
     bool succeeded = false;
-    return runXdotool(QStringList() << "getwindowfocus"
-                                    << "getwindowname",
-                      &succeeded)
-        .trimmed();
+    return QString(runXdotool({"getwindowfocus", "getwindowname", "getwindowgeometry"}, &succeeded)).simplified();
 }
 
 QByteArray VirtualDisplay::runXdotool(const QStringList &arguments, bool *succeeded) const
@@ -72,13 +89,13 @@ QByteArray VirtualDisplay::runXdotool(const QStringList &arguments, bool *succee
     QProcess xdotool;
     xdotool.setProcessEnvironment(environment());
     xdotool.start("xdotool", arguments);
-    *succeeded = xdotool.waitForFinished() && xdotool.exitCode() == 0;
+    *succeeded = xdotool.waitForFinished(xdotoolLimitMs) && xdotool.exitCode() == 0;
     return xdotool.readAllStandardOutput();
 }
 
 QImage VirtualDisplay::picture() const
 {
-    QFile file(m_FrameBuffer.filePath("Xvfb_screen0"));
+    QFile file(m_Folder.filePath("Xvfb_screen0"));
     if (!file.open(QIODevice::ReadOnly))
         return QImage();
     const QByteArray dump = file.readAll();

@@ -5,32 +5,42 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
-/// An X display of the instrument's size without a person, its keyboard and its picture.
+/// An X display of the instrument's size without a person, its keyboard and its picture. The programs on it end with
+/// it.
 class VirtualDisplay
 {
 public:
     VirtualDisplay();
     ~VirtualDisplay();
 
+    /// True as soon as the display accepts programs.
     bool isRunning();
 
-    /// The environment of a program that is to appear on the display.
-    QProcessEnvironment environment() const;
+    void startWindowManager();
+
+    /// True as soon as the window manager has taken the display over.
+    bool isManaged() const;
+
+    void startProgram(const QString &program, const QStringList &arguments);
 
     /// Types one key through the X server, as a keyboard would; `name` is its X name.
     bool typeKey(const QString &name) const;
 
-    /// The title of the window that has the keyboard.
+    /// Title, position and size of the window that has the keyboard; empty when no window has it.
     QString focusedWindow() const;
 
     /// What is on the display now.
     QImage picture() const;
 
 private:
+    QProcessEnvironment environment() const;
     QByteArray runXdotool(const QStringList &arguments, bool *succeeded) const;
 
-    QTemporaryDir m_FrameBuffer;
+    QTemporaryDir m_Folder;
     QProcess m_Server;
+    QProcess m_WindowManager;
+    QProcess m_Program;
+    QString m_Name;
 };
 
 #endif
