@@ -14,12 +14,9 @@
 using namespace simulator;
 using Faults = EsaBootLoader::Faults;
 
-Q_DECLARE_METATYPE(Faults)
-
 namespace {
 
 const EsaBootLoader::Times noTimes = {0, 0, 60000};
-const int settleMs = 20;
 
 /// A packet with the bytes 0 to 127; the sum is that of another implementation of CRC-16/XMODEM.
 QByteArray packet(int number, const QByteArray &sum = "\xE8\x0A")
@@ -31,12 +28,15 @@ QByteArray packet(int number, const QByteArray &sum = "\xE8\x0A")
     return bytes + sum;
 }
 
-QList<QByteArray> packets(int count)
+/// Gives the board the chunks, and its time after each.
+void feed(EsaBootLoader *board, const QList<QByteArray> &chunks)
 {
-    QList<QByteArray> list;
-    for (int number = 0; number < count; ++number)
-        list << packet(number);
-    return list;
+    for (const QByteArray &chunk : chunks) {
+        for (const char byte : chunk)
+            board->receive(byte);
+        for (int turn = 0; turn < 4; ++turn)
+            QCoreApplication::processEvents();
+    }
 }
 
 template <typename Value>
@@ -94,15 +94,11 @@ class EsaBoardsTest : public QObject
 
 private slots:
     void init();
-    void boardAnswersAsAnXmodemReceiver_data();
     void boardAnswersAsAnXmodemReceiver();
-    void powerCutKeepsTheMemories_data();
     void powerCutKeepsTheMemories();
     void boardTakesItsTime();
-    void byteBelongsToTheBoardThatIsSelectedWhenItArrives_data();
     void byteBelongsToTheBoardThatIsSelectedWhenItArrives();
     void oldBoardAsksUntilThePinMoves();
-    void boardHearsItsOwnSettingsOnly_data();
     void boardHearsItsOwnSettingsOnly();
 };
 
@@ -112,20 +108,19 @@ void EsaBoardsTest::init()
         {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
 }
 
-void EsaBoardsTest::boardAnswersAsAnXmodemReceiver_data()
+void EsaBoardsTest::boardAnswersAsAnXmodemReceiver()
 {
-    QTest::addColumn<Faults>("faults");
-    QTest::addColumn<QList<QByteArray>>("chunks");
-    QTest::addColumn<QByteArray>("answers"); // A: ACK, N: NAK, X: CAN
-    QTest::addColumn<int>("imageSize");
-    QTest::addColumn<QString>("violations");
     const QByteArray end("\x04");
+    const QByteArray corrupt = packet(0, QByteArray("\xE8\x00", 2));
+    QList<QByteArray> tooLarge = {"B3"};
+    for (int number = 0; number <= EsaBootLoader::eepromSize / 128; ++number)
+        tooLarge << packet(number);
     const struct
     {
         const char *name;
         Faults faults;
-        QList<QByteArray> chunks; // the board gets its time after each
-        QByteArray answers;
+        QList<QByteArray> chunks;
+        QByteArray answers; // A: ACK, N: NAK, X: CAN
         int imageSize;
         const char *violations;
     } rows[] = {
@@ -135,24 +130,14 @@ void EsaBoardsTest::boardAnswersAsAnXmodemReceiver_data()
         {"end left out", {}, {"B2", packet(0)}, "CA", 0, ""},
         {"entered twice", {}, {"B", "B2"}, "C", 0, ""},
         {"not entered", {}, {"2"}, "", 0, "byte 0x32 for the measuring program"},
-        {"unknown command", {}, {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
-        {"bytes before the start",
-         {},
-         {"B2xy"},
-         "C",
-         0,
-         "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
-        {"wrong CRC, then again",
-         {},
-         {"B2", packet(0, QByteArray("\xE8\x00", 2)), "2", packet(0), end},
-         "CNAA",
-         128,
-         "unsound packet where block 0 is due"},
+        {"unknown", {}, {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
+        {"early", {}, {"B2xy"}, "C", 0, "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
+        {"corrupt", {}, {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "unsound packet where block 0 is due"},
         {"counted from 1", {}, {"B2", packet(1)}, "CN", 0, "unsound packet where block 0 is due"},
         {"command in a transfer", {}, {"B2", packet(0), "2"}, "CA", 0, "byte 0x32 between blocks"},
-        {"larger than the memory",
+        {"large",
          {},
-         QList<QByteArray>{"B3"} + packets(33) + QList<QByteArray>{"3"},
+         tooLarge << "3",
          "C" + QByteArray(32, 'A') + "XXC",
          0,
          "block 32 is beyond the end of the memory"},
@@ -163,84 +148,59 @@ void EsaBoardsTest::boardAnswersAsAnXmodemReceiver_data()
         {"silent", with(&Faults::silentAfterCommand, true), {"B2", "2"}, "", 0, ""},
         {"rubbish", with(&Faults::rubbishAfterReply, QByteArray("x")), {"B2", packet(0)}, "CAx", 0, ""},
     };
-    for (const auto &row : rows)
-        QTest::newRow(row.name) << row.faults << row.chunks << row.answers << row.imageSize << row.violations;
-}
-
-void EsaBoardsTest::boardAnswersAsAnXmodemReceiver()
-{
-    QFETCH(Faults, faults);
-    QFETCH(QList<QByteArray>, chunks);
-    QFETCH(QByteArray, answers);
-    QFETCH(int, imageSize);
-    QFETCH(QString, violations);
-    EsaBootLoader board("board", noTimes);
-    board.faults = faults;
-    QByteArray sent;
-    QStringList reported;
-    connect(&board, &EsaBootLoader::sends, [&sent](const QByteArray &bytes) { sent += bytes; });
-    connect(&board, &EsaBootLoader::violation, [&reported](const QString &text) { reported << text; });
-    for (const QByteArray &chunk : chunks) {
-        for (const char byte : chunk)
-            board.receive(byte);
-        for (int turn = 0; turn < 4; ++turn)
-            QCoreApplication::processEvents();
+    for (const auto &row : rows) {
+        EsaBootLoader board(row.name, noTimes);
+        board.faults = row.faults;
+        QByteArray answers;
+        QStringList violations;
+        connect(&board, &EsaBootLoader::sends, [&answers](const QByteArray &bytes) { answers += bytes; });
+        connect(&board, &EsaBootLoader::violation, [&violations](const QString &text) { violations << text; });
+        feed(&board, row.chunks);
+        answers.replace('\x06', 'A').replace('\x15', 'N').replace('\x18', 'X');
+        QCOMPARE(row.name + (": " + answers), row.name + (": " + row.answers));
+        QCOMPARE((board.application() + board.eeprom()).size(), row.imageSize);
+        QCOMPARE(violations.join("; ").remove(row.name + QString(": ")), QString(row.violations));
     }
-    QCOMPARE(sent.replace('\x06', 'A').replace('\x15', 'N').replace('\x18', 'X'), answers);
-    QCOMPARE((board.application() + board.eeprom()).size(), imageSize);
-    QCOMPARE(reported.join("; ").remove("board: "), violations);
-}
-
-void EsaBoardsTest::powerCutKeepsTheMemories_data()
-{
-    QTest::addColumn<QByteArray>("command");
-    QTest::addColumn<QString>("lastMoment");
-    QTest::addColumn<int>("storedBlocks");
-    QTest::addColumn<bool>("startsInItsBootLoader");
-    QTest::newRow("boot loader") << QByteArray("2") << "esa measurement boot loader" << 0 << false;
-    QTest::newRow("erase") << QByteArray("2") << "esa measurement erase" << 0 << true;
-    QTest::newRow("block") << QByteArray("2") << "esa measurement block" << 1 << true;
-    QTest::newRow("end") << QByteArray("2") << "esa measurement end" << 2 << false;
-    QTest::newRow("EEPROM block") << QByteArray("3") << "esa measurement block" << 1 << false;
 }
 
 /// Each moment sees the files as a power cut there would leave them; boards that start from those go on from there.
 void EsaBoardsTest::powerCutKeepsTheMemories()
 {
-    QFETCH(QByteArray, command);
-    QFETCH(QString, lastMoment);
-    QFETCH(int, storedBlocks);
-    QFETCH(bool, startsInItsBootLoader);
-    QTemporaryDir before;
-    QTemporaryDir after;
-    const QStringList names = {"esa-measurement.application", "esa-measurement.eeprom", "esa-measurement.complete"};
+    const struct
     {
+        QByteArray command;
+        QString lastMoment;
+        int storedBlocks;
+        bool startsInItsBootLoader;
+    } cuts[] = {
+        {"2", "esa measurement boot loader", 0, false}, {"2", "esa measurement erase", 0, true},
+        {"2", "esa measurement block", 1, true},        {"2", "esa measurement end", 2, false},
+        {"3", "esa measurement block", 1, false},
+    };
+    const QStringList names = {"esa-measurement.application", "esa-measurement.eeprom", "esa-measurement.complete"};
+    for (const auto &cut : cuts) {
+        const QTemporaryDir before;
+        const QTemporaryDir after;
         EsaBootLoader board("esa measurement", noTimes);
         board.keepIn(before.path());
         connect(&board, &EsaBootLoader::moment, [&](const QString &moment) {
-            if (moment != lastMoment || QFile::exists(after.filePath(names.first())))
-                return;
-            for (const QString &name : names)
-                QFile::copy(before.filePath(name), after.filePath(name));
+            for (const QString &name : names) {
+                if (moment == cut.lastMoment) // a copy does not replace the first one
+                    QFile::copy(before.filePath(name), after.filePath(name));
+            }
         });
-        for (const QByteArray &chunk : QList<QByteArray>{"B" + command, packet(0), packet(1), "\x04"}) {
-            for (const char byte : chunk)
-                board.receive(byte);
-            QTest::qWait(settleMs);
-        }
-    }
-    const QByteArray memory = Instrument::contentOf(after.filePath(names.at(command == "2" ? 0 : 1)));
-    QCOMPARE(memory.size(), command == "2" ? EsaBootLoader::applicationSize : EsaBootLoader::eepromSize);
-    QCOMPARE(memory, packet(0).mid(3, 128).repeated(storedBlocks).leftJustified(memory.size(), '\xFF'));
+        feed(&board, {"B" + cut.command, packet(0), packet(1), "\x04"});
+        const QByteArray memory = Instrument::contentOf(after.filePath(names.at(cut.command == "2" ? 0 : 1)));
+        const QByteArray stored = packet(0).mid(3, 128).repeated(cut.storedBlocks);
+        QCOMPARE(memory.size(), cut.command == "2" ? EsaBootLoader::applicationSize : EsaBootLoader::eepromSize);
+        QCOMPARE(memory, stored.leftJustified(memory.size(), '\xFF'));
 
-    EsaBootLoader board("esa measurement", noTimes);
-    board.keepIn(after.path());
-    const QSignalSpy sent(&board, SIGNAL(sends(QByteArray)));
-    const QSignalSpy violations(&board, SIGNAL(violation(QString)));
-    board.receive('3');
-    QTest::qWait(settleMs);
-    QCOMPARE(sent.count(), startsInItsBootLoader ? 1 : 0);
-    QCOMPARE(violations.count(), startsInItsBootLoader ? 0 : 1);
+        EsaBootLoader restarted("esa measurement", noTimes);
+        restarted.keepIn(after.path());
+        const QSignalSpy sent(&restarted, SIGNAL(sends(QByteArray)));
+        feed(&restarted, {"3"});
+        QCOMPARE(sent.count(), cut.startsInItsBootLoader ? 1 : 0);
+    }
 }
 
 void EsaBoardsTest::boardTakesItsTime()
@@ -267,32 +227,26 @@ void EsaBoardsTest::boardTakesItsTime()
     QCOMPARE(boards.violations(), QStringList());
 }
 
-void EsaBoardsTest::byteBelongsToTheBoardThatIsSelectedWhenItArrives_data()
-{
-    QTest::addColumn<bool>("drained");
-    QTest::newRow("drained") << true;
-    QTest::newRow("not drained") << false;
-}
-
 void EsaBoardsTest::byteBelongsToTheBoardThatIsSelectedWhenItArrives()
 {
-    QFETCH(bool, drained);
-    EsaBoards boards(nullptr);
-    boards.byteNanoseconds = 10000000;
-    QStringList reported;
-    boards.onViolation = [&reported](const QString &text) {
-        reported << text;
-    };
-    selectBoard(ESA_IO_BOARD);
-    const Port port;
-    port.send("B");
-    if (drained)
-        port.drain();
-    selectBoard(ESA_MEASUREMENT_BOARD);
-    QTRY_COMPARE(boards.ioBoard().entryCount() + boards.measurementBoard().entryCount(), 1);
-    QCOMPARE(boards.ioBoard().entryCount(), drained ? 1 : 0);
-    QCOMPARE(reported, drained ? QStringList() : QStringList("the board select pin moves before the port is drained"));
-    QCOMPARE(boards.violations(), reported);
+    for (const bool drained : {true, false}) {
+        EsaBoards boards(nullptr);
+        boards.byteNanoseconds = 100000000;
+        QStringList reported;
+        boards.onViolation = [&reported](const QString &text) {
+            reported << text;
+        };
+        selectBoard(ESA_IO_BOARD);
+        const Port port;
+        port.send("B");
+        if (drained)
+            port.drain();
+        selectBoard(ESA_MEASUREMENT_BOARD);
+        QTRY_COMPARE(boards.ioBoard().entryCount() + boards.measurementBoard().entryCount(), 1);
+        QCOMPARE(boards.ioBoard().entryCount(), drained ? 1 : 0);
+        QCOMPARE(reported.join("; "), QString(drained ? "" : "the board select pin moves before the port is drained"));
+        QCOMPARE(boards.violations(), reported);
+    }
 }
 
 void EsaBoardsTest::oldBoardAsksUntilThePinMoves()
@@ -311,25 +265,19 @@ void EsaBoardsTest::oldBoardAsksUntilThePinMoves()
     QCOMPARE(port.received(), QByteArray());
 }
 
-void EsaBoardsTest::boardHearsItsOwnSettingsOnly_data()
-{
-    QTest::addColumn<unsigned int>("controlFlags");
-    QTest::newRow("another speed") << tcflag_t(B9600 | CS8 | CLOCAL | CREAD);
-    QTest::newRow("parity") << tcflag_t(B115200 | CS8 | PARENB | CLOCAL | CREAD);
-    QTest::newRow("two stop bits") << tcflag_t(B115200 | CS8 | CSTOPB | CLOCAL | CREAD);
-    QTest::newRow("flow control") << tcflag_t(B115200 | CS8 | CRTSCTS | CLOCAL | CREAD);
-}
-
 void EsaBoardsTest::boardHearsItsOwnSettingsOnly()
 {
-    QFETCH(unsigned int, controlFlags);
     selectBoard(ESA_IO_BOARD);
-    EsaBoards boards(nullptr);
-    const Port port(controlFlags);
-    port.send("B");
-    port.drain();
-    QCOMPARE(boards.ioBoard().entryCount(), 0);
-    QCOMPARE(boards.violations().size(), 1);
+    const tcflag_t otherSettings[] = {B9600 | CS8, B115200 | CS8 | PARENB, B115200 | CS8 | CSTOPB,
+                                      B115200 | CS8 | CRTSCTS};
+    for (const tcflag_t flags : otherSettings) {
+        EsaBoards boards(nullptr);
+        const Port port(flags | CLOCAL | CREAD);
+        port.send("B");
+        port.drain();
+        QCOMPARE(boards.ioBoard().entryCount(), 0);
+        QCOMPARE(boards.violations().size(), 1);
+    }
 }
 
 QTEST_GUILESS_MAIN(EsaBoardsTest)

@@ -163,7 +163,6 @@ bool EsaUpdateTest::update(const QByteArray &commandFile, const Files &files)
         m_Panel->press(Qt::Key_F1);
     m_Panel->press(Qt::Key_F3);
     m_Panel->press(Qt::Key_F1);
-    m_Boards->catchUp();
     return m_Panel->lastMessage().startsWith("green: ");
 }
 

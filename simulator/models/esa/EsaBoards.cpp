@@ -62,11 +62,6 @@ void EsaBoards::keepIn(const QString &folder)
     m_MeasurementBoard.keepIn(folder);
 }
 
-void EsaBoards::catchUp()
-{
-    take(m_Line.readAllSent());
-}
-
 void EsaBoards::receive()
 {
     take(m_Line.readAll());
@@ -108,7 +103,7 @@ void EsaBoards::pump()
 
 void EsaBoards::drain()
 {
-    catchUp();
+    take(m_Line.readAllSent());
     for (; !m_ToBoards.isEmpty(); pump())
         QThread::usleep(drainPollMicroseconds);
     m_Undrained = false;
@@ -117,7 +112,7 @@ void EsaBoards::drain()
 /// What the old board still sends is lost. One that asks did so just before this, the worst moment for the program.
 void EsaBoards::selectChanges()
 {
-    catchUp();
+    take(m_Line.readAllSent());
     if (m_Undrained)
         report(QLatin1String("the board select pin moves before the port is drained"));
     m_Undrained = false;

@@ -26,12 +26,7 @@ public:
 
     EsaBootLoader &ioBoard() { return m_IoBoard; }
     EsaBootLoader &measurementBoard() { return m_MeasurementBoard; }
-    const EsaBootLoader &ioBoard() const { return m_IoBoard; }
-    const EsaBootLoader &measurementBoard() const { return m_MeasurementBoard; }
     PseudoTerminal &line() { return m_Line; }
-
-    /// Puts on the wire what the program has sent up to now, with what is still on its way there.
-    void catchUp();
 
     /// What the boards would not accept, in order.
     const QStringList &violations() const { return m_Violations; }

@@ -141,7 +141,7 @@ void EsaBootLoader::takeCommand(char byte)
     waitIn(State::Preparation, byte == receiveApplication ? m_Times.eraseMs : 0);
     if (byte == receiveApplication) {
         *m_Complete.data() = 0;
-        std::fill_n(m_Application.bytes.data(), applicationSize, erased);
+        m_Application.bytes.fill(erased);
         reach("erase");
     }
 }
