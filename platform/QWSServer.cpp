@@ -8,12 +8,6 @@
 
 namespace {
 
-// A plain frame buffer would stretch the first window over the whole display.
-void keepWindowSizes()
-{
-    qputenv("QT_QPA_FB_FORCE_FULLSCREEN", "0");
-}
-
 QWidget *backdrop = nullptr;
 
 void deleteBackdrop()
@@ -44,8 +38,6 @@ void activateFrontWindow()
 }
 
 } // namespace
-
-Q_COREAPP_STARTUP_FUNCTION(keepWindowSizes)
 
 void QWSServer::setCursorVisible(bool visible)
 {
