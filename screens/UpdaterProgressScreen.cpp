@@ -4,8 +4,7 @@
 #include <QSettings>
 #include <QtDebug>
 
-#include "platform/Display.h"
-#include "platform/PreciseTimer.h"
+#include "platform/Qt5.h"
 #include "screens/ScreenTypes.h"
 #include "serial/TtyHandler.h"
 

@@ -1,10 +1,31 @@
-#include "platform/QWSServer.h"
+#include "platform/Qt5.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QTimer>
+#include <QWidget>
+
+void showNow(QWidget *widget)
+{
+    widget->repaint();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::UpdateRequest);
+}
+
+#if QT_VERSION < QT_VERSION_CHECK(5, 0, 0)
+
+void makePrecise(QTimer *) {}
+
+#else
 
 #include <QApplication>
 #include <QBrush>
 #include <QPalette>
 #include <QScreen>
-#include <QWidget>
+
+void makePrecise(QTimer *timer)
+{
+    timer->setTimerType(Qt::PreciseTimer);
+}
 
 namespace {
 
@@ -60,3 +81,5 @@ void QWSServer::setBackground(const QBrush &brush)
     backdrop->lower();
     activateFrontWindow();
 }
+
+#endif
