@@ -21,7 +21,7 @@ public:
     {
         m_Process.setProcessChannelMode(QProcess::ForwardedChannels);
         m_Process.setProcessEnvironment(display.environment());
-        QStringList command = QString(UPDATER_COMMAND).simplified().split(' ');
+        QStringList command = qEnvironmentVariable("UPDATER_COMMAND", UPDATER_COMMAND).simplified().split(' ');
         m_Process.start(command.takeFirst(), command << "Quorvin");
     }
     ~Program()
