@@ -5,7 +5,7 @@
 
 #include "app/CommandLine.h"
 #include "app/TarselScreenManager.h"
-#include "platform/QWSServer.h"
+#include "platform/Qt5.h"
 
 int main(int argc, char **argv)
 {

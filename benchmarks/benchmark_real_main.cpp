@@ -37,7 +37,7 @@ int main(int argc, char *argv[])
     timer.restart();
     const int clocks = run.readBytes();
     const double bit = static_cast<double>(timer.nsecsElapsed()) / clocks;
-    const unsigned int mandated = 2 * picDelayNanoseconds[DELAY_CLOCK];
+    const unsigned int mandated = 2 * nanosecondsOf(DELAY_CLOCK);
     out << "PIC update in real time: " << update / 1e9 << " s, the delays alone " << floor / 1e9 << " s\n";
     out << "figure pic.nanoseconds_per_bit " << bit << ' ' << mandated << '\n';
     out << "figure pic.ratio_to_floor " << QString::number(update / floor, 'f', 4) << " 1.10\n";

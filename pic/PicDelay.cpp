@@ -52,7 +52,7 @@ void waitOnClock(unsigned int nanoseconds)
 
 void waitFor(PIC_DELAY delay)
 {
-    const unsigned int nanoseconds = picDelayNanoseconds[delay];
+    const unsigned int nanoseconds = nanosecondsOf(delay);
     if (nanoseconds < shortestOnClock)
         loopFor(nanoseconds);
     else

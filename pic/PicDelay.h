@@ -3,24 +3,47 @@
 
 /// The waits of the PIC programming link.
 enum PIC_DELAY {
-    DELAY_CLOCK = 0,   ///< each half period of PGC
-    DELAY_COMMAND = 1, ///< after a 4-bit command
-    DELAY_OPERAND = 3, ///< after an operand byte
-    DELAY_P9 = 4,      ///< PGC high while the target programs, or erases a row
-    DELAY_P10 = 5,     ///< PGC low after programming or erasing
-    DELAY_P11 = 6,     ///< bulk erase; three in a row
-    DELAY_ENTRY = 7,   ///< after the release of MCLR
-    DELAY_RESET = 8,   ///< MCLR low before the enable line rises
-    DELAY_SETUP = 9,   ///< from the enable line's rise to the release of MCLR
+    DELAY_CLOCK = 0,
+    DELAY_COMMAND = 1,
+    DELAY_OPERAND = 3,
+    DELAY_P9 = 4,
+    DELAY_P10 = 5,
+    DELAY_P11 = 6,
+    DELAY_ENTRY = 7,
+    DELAY_RESET = 8,
+    DELAY_SETUP = 9,
     DELAY_RELEASE = 10,
-    DELAY_PULSE = 11 ///< MCLR low in the reset pulse
+    DELAY_PULSE = 11
 };
 
-/// Nanoseconds of each PIC_DELAY. P9 and P10 are the chip's minimum times. Three waits of P11, and the reset pulse,
-/// exceed twice the chip's minimum of 5 ms and of 2 us.
-inline constexpr unsigned int picDelayNanoseconds[] = {
-    32, 32, 0, 32, 1000000, 100000, 4000000, 6000000, 6000000, 1500, 32, 5000,
+struct PicDelayRow
+{
+    PIC_DELAY delay;
+    unsigned int nanoseconds;
 };
+
+inline constexpr PicDelayRow picDelays[] = {
+    {DELAY_CLOCK, 32},      // each half period of PGC
+    {DELAY_COMMAND, 32},    // after a 4-bit command
+    {DELAY_OPERAND, 32},    // after an operand byte
+    {DELAY_P9, 1000000},    // PGC high while the target programs, or erases a row: the chip's minimum
+    {DELAY_P10, 100000},    // PGC low after programming or erasing: the chip's minimum
+    {DELAY_P11, 4000000},   // bulk erase: three in a row, more than twice the chip's minimum of 5 ms
+    {DELAY_ENTRY, 6000000}, // after the release of MCLR
+    {DELAY_RESET, 6000000}, // MCLR low before the enable line rises
+    {DELAY_SETUP, 1500},    // from the enable line's rise to the release of MCLR
+    {DELAY_RELEASE, 32},    // before the reset pulse
+    {DELAY_PULSE, 5000},    // MCLR low in the reset pulse: more than twice the chip's minimum of 2 us
+};
+
+constexpr unsigned int nanosecondsOf(PIC_DELAY delay)
+{
+    for (const PicDelayRow &row : picDelays) {
+        if (row.delay == delay)
+            return row.nanoseconds;
+    }
+    return 0;
+}
 
 /// Waits in a loop, at least as long as the table says at any processor frequency. Never sleeps or yields.
 void waitFor(PIC_DELAY delay);

@@ -1,6 +1,5 @@
 #include "pic/PicProgrammer.h"
 
-#include <QFile>
 #include <QTimer>
 
 #include "pic/MemoryMappedPinController.h"
@@ -14,17 +13,9 @@ const int resetMilliseconds = 20;
 
 PicProgrammer::PicProgrammer(int picNumber, QObject *)
     : QObject(nullptr),
-      au8RecordData(),
-      u8RecordLength(0),
-      u32RecordAddress(0),
-      u32EraseAddress(0),
       pResetTimer(new QTimer),
       pPinController(new MemoryMappedPinController(pinControlBlock)),
-      iPicNumber(picNumber),
-      pHexFile(nullptr),
-      u32ExtendedAddress(0),
-      bFinished(false),
-      bProgrammed(false)
+      iPicNumber(picNumber)
 {
     // Before anyone else's connections: the target is released when the others hear of the end of the erase phase.
     connect(this, SIGNAL(endIsp()), this, SLOT(ev_pic_end_isp()));
@@ -38,7 +29,6 @@ PicProgrammer::PicProgrammer(int picNumber, QObject *)
 
 PicProgrammer::~PicProgrammer()
 {
-    delete pHexFile;
     delete pResetTimer;
     delete pPinController;
 }

@@ -9,7 +9,6 @@
 #include "pic/PicDelay.h"
 
 class MemoryMappedPinController;
-class QFile;
 class QTimer;
 struct PicPin;
 
@@ -35,6 +34,15 @@ public:
 
     bool event(QEvent *event) override;
 
+    // PicProgrammer.cpp: the run
+
+    /// The run has ended.
+    bool isFinished() const { return bFinished; }
+    /// The run has programmed the whole file.
+    bool isProgrammed() const { return bProgrammed; }
+    /// Holds the PIC in reset, for 20 ms if `startTimer`.
+    void ev_pic_reset(bool startTimer);
+
     // PicProgrammerHex.cpp: the file
 
     /// Reads the whole file. False, and one debug line with the reason, when it cannot be opened, has a line that is
@@ -47,42 +55,7 @@ public:
     /// the verify fails.
     unsigned char u8PicWriteRecord();
 
-    // PicProgrammer.cpp: the run
-
-    /// The run has ended.
-    bool isFinished() const { return bFinished; }
-    /// The run has programmed the whole file.
-    bool isProgrammed() const { return bProgrammed; }
-    /// Holds the PIC in reset, for 20 ms if `startTimer`.
-    void ev_pic_reset(bool startTimer);
-
-    // PicProgrammerLink.cpp: bits on the wires
-
-    void vGeneralDelay(PIC_DELAY delay);
-    /// Sends the low 4 bits of `command`.
-    void vWriteCmd(unsigned char command);
-    void vWriteByte(unsigned char value);
-    unsigned char u8ReadByte();
-    /// Loads the target's 22-bit table pointer.
-    void vSetCoreAddress(unsigned int address);
-    /// Reads the byte at the table pointer and moves the pointer on.
-    unsigned char u8ReadNextAddress();
-    /// The command part of the programming NOP: holds its fourth clock high while the target programs.
-    void vProgramFlashCmd();
-    /// Puts the PIC into programming mode, from reset.
-    void vEnterIspMode();
-    void vReleaseMclr();
-    /// Gives the PIC a reset pulse and lets it run.
-    void vRestoreIo();
-    unsigned short u16ReadDeviceId();
-    /// Enters, reads device id and configuration bytes, restores; returns the id.
-    unsigned short u16ReadPic();
-    /// Is it the id of a PIC18F4620?
-    static unsigned char u8ValidPicId(unsigned short id);
-    /// Device and revision in words. The next call overwrites the text.
-    static QString *pGetPicIdStr(unsigned short id);
-
-    // PicProgrammerMemory.cpp: the target's memories
+    // PicProgrammerMemory.cpp: the target's memories, in the order in which a run erases, programs and verifies
 
     /// Enters, erases all code blocks of a 64 KiB device and posts the first blank check to itself. Configuration bytes
     /// and EEPROM stay.
@@ -100,6 +73,9 @@ public:
     /// Enters and compares the current record with the target. 0, or 1 and u32VerifyAddress, u8VerifyCorrect and
     /// u8VerifyActual.
     unsigned char u8VerifyPicRecord();
+    // The updater does not use the rest.
+    /// Enters, reads device id and configuration bytes, restores; returns the id.
+    unsigned short u16ReadPic();
     /// Reads 16 bytes of program memory into au8ReadPicData.
     void vReadPicRecord(unsigned int address);
     /// Reads the configuration bytes into au8DeviceConfig.
@@ -121,11 +97,40 @@ public:
     /// in au8ReadPicData. Leaves the target in programming mode.
     void ev_pic_read();
 
+    // PicProgrammerLink.cpp: bits on the wires
+
+    /// Puts the PIC into programming mode, from reset.
+    void vEnterIspMode();
+    void vReleaseMclr();
+    /// Loads the target's 22-bit table pointer.
+    void vSetCoreAddress(unsigned int address);
+    /// Reads the byte at the table pointer and moves the pointer on.
+    unsigned char u8ReadNextAddress();
+    /// The command part of the programming NOP: holds its fourth clock high while the target programs.
+    void vProgramFlashCmd();
+    /// Sends the low 4 bits of `command`.
+    void vWriteCmd(unsigned char command);
+    void vWriteByte(unsigned char value);
+    unsigned char u8ReadByte();
+    void vGeneralDelay(PIC_DELAY delay);
+    /// Gives the PIC a reset pulse and lets it run.
+    void vRestoreIo();
+    unsigned short u16ReadDeviceId();
+    /// Is it the id of a PIC18F4620?
+    static unsigned char u8ValidPicId(unsigned short id);
+    /// Device and revision in words. The next call overwrites the text.
+    static QString *pGetPicIdStr(unsigned short id);
+
 signals:
+    /// A block is blank, and others are still to be checked: 0 to 99 percent of them are done.
     void eraseNextBlock(int percentDone);
+    /// The whole program memory is blank. The PIC is released before the receivers connected later are called.
     void eraseDone();
+    /// A block is not blank. The PIC is released likewise, and the run is finished when the signal returns.
     void eraseError();
+    /// Releases the PIC. Nothing emits it.
     void endIsp();
+    /// Sent whenever the share of the file that is programmed and verified changes: 1 to 100 percent.
     void lineProgrammed(int percentComplete);
 
 protected slots:
@@ -133,28 +138,28 @@ protected slots:
     void ev_pic_end_isp();
 
 private:
-    void vSetPin(const PicPin &pin, unsigned char value);
-    void vSetMclr(unsigned char value);
-    void vWriteBit(unsigned char bit);
-    void vWriteOperand(unsigned char first, unsigned char second);
-    void vWriteCore(unsigned short instruction);
+    bool bProgramLine(const QByteArray &line, int lineNumber);
+
+    unsigned char u8WriteToFlash();
     void vSetEepromAddress(unsigned short address);
     unsigned char u8ReadTablat();
 
-    bool bProgramLine(const QByteArray &line, int lineNumber);
-    unsigned char u8WriteToFlash();
+    void vWriteCore(unsigned short instruction);
+    void vWriteOperand(unsigned char first, unsigned char second);
+    void vWriteBit(unsigned char bit);
+    void vSetMclr(unsigned char value);
+    void vSetPin(const PicPin &pin, unsigned char value);
 
-    unsigned char au8RecordData[100];
-    unsigned char u8RecordLength;
-    unsigned int u32RecordAddress;
-    unsigned int u32EraseAddress;
+    unsigned char au8RecordData[100] = {};
+    unsigned char u8RecordLength = 0;
+    unsigned int u32RecordAddress = 0;
+    unsigned int u32EraseAddress = 0;
     QTimer *pResetTimer;
     MemoryMappedPinController *pPinController;
     int iPicNumber;
-    QFile *pHexFile;
-    unsigned int u32ExtendedAddress;
-    bool bFinished;
-    bool bProgrammed;
+    unsigned int u32ExtendedAddress = 0;
+    bool bFinished = false;
+    bool bProgrammed = false;
 };
 
 // What the reading operations left, whichever programmer object did it.

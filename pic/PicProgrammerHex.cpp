@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "pic/HexRecord.h"
-#include "pic/PicMemoryMap.h"
 
 namespace {
 
@@ -56,21 +55,20 @@ bool PicProgrammer::bAcceptsFile(const QString &fileName)
 
 void PicProgrammer::programPic(QString fileName)
 {
-    delete pHexFile;
-    pHexFile = new QFile(fileName);
+    QFile file(fileName);
     bProgrammed = false;
-    if (!pHexFile->open(QIODevice::ReadOnly | QIODevice::Text)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
         qDebug().nospace() << "Failed to open hex file: " << fileName;
         bFinished = true;
         return;
     }
-    const qint64 fileSize = pHexFile->size();
+    const qint64 fileSize = file.size();
     qint64 bytesConsumed = 0;
     int lastPercent = 0;
     u32ExtendedAddress = 0;
     bProgrammed = true;
-    for (int lineNumber = 1; !pHexFile->atEnd(); ++lineNumber) {
-        const QByteArray line = readHexLine(pHexFile);
+    for (int lineNumber = 1; !file.atEnd(); ++lineNumber) {
+        const QByteArray line = readHexLine(&file);
         bProgrammed = bProgramLine(line, lineNumber);
         if (!bProgrammed)
             break;
@@ -115,38 +113,4 @@ unsigned char PicProgrammer::u8PicWriteRecord()
     for (unsigned int i = 0; i < destination.count; ++i)
         vProgramPicConfig(u32RecordAddress + i, au8RecordData[i]);
     return 0;
-}
-
-// The target takes pairs of bytes at even addresses, at most a row at a time. A record's odd start or end is filled up
-// with what the target holds there.
-unsigned char PicProgrammer::u8WriteToFlash()
-{
-    const unsigned int end = u32RecordAddress + u8RecordLength;
-    const bool oddStart = u32RecordAddress & 1;
-    const bool oddEnd = end & 1;
-    unsigned char buffer[sizeof au8RecordData + 2];
-    unsigned int length = 0;
-    unsigned int address = u32RecordAddress;
-
-    if (oddStart || oddEnd)
-        vEnterIspMode();
-    if (oddStart) {
-        --address;
-        vSetCoreAddress(address);
-        buffer[length++] = u8ReadNextAddress();
-    }
-    for (unsigned int i = 0; i < u8RecordLength; ++i)
-        buffer[length++] = au8RecordData[i];
-    if (oddEnd) {
-        vSetCoreAddress(end);
-        buffer[length++] = u8ReadNextAddress();
-    }
-
-    for (unsigned int offset = 0; offset < length;) {
-        const unsigned int chunk = qMin(PicMemoryMap::rowSize - address % PicMemoryMap::rowSize, length - offset);
-        vProgramPicFlash(address, static_cast<unsigned char>(chunk), buffer + offset);
-        offset += chunk;
-        address += chunk;
-    }
-    return u8VerifyPicRecord();
 }

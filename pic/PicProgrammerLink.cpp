@@ -184,15 +184,6 @@ unsigned short PicProgrammer::u16ReadDeviceId()
     return static_cast<unsigned short>(high * 256 + low);
 }
 
-unsigned short PicProgrammer::u16ReadPic()
-{
-    vEnterIspMode();
-    const unsigned short id = u16ReadDeviceId();
-    vReadDeviceConfig();
-    vRestoreIo();
-    return id;
-}
-
 unsigned char PicProgrammer::u8ValidPicId(unsigned short id)
 {
     return deviceOf(id) == pic18f4620;

@@ -92,6 +92,40 @@ unsigned char PicProgrammer::u8PicBlankCheck(unsigned int address)
     return true;
 }
 
+// The target takes pairs of bytes at even addresses, at most a row at a time. A record's odd start or end is filled up
+// with what the target holds there.
+unsigned char PicProgrammer::u8WriteToFlash()
+{
+    const unsigned int end = u32RecordAddress + u8RecordLength;
+    const bool oddStart = u32RecordAddress & 1;
+    const bool oddEnd = end & 1;
+    unsigned char buffer[sizeof au8RecordData + 2];
+    unsigned int length = 0;
+    unsigned int address = u32RecordAddress;
+
+    if (oddStart || oddEnd)
+        vEnterIspMode();
+    if (oddStart) {
+        --address;
+        vSetCoreAddress(address);
+        buffer[length++] = u8ReadNextAddress();
+    }
+    for (unsigned int i = 0; i < u8RecordLength; ++i)
+        buffer[length++] = au8RecordData[i];
+    if (oddEnd) {
+        vSetCoreAddress(end);
+        buffer[length++] = u8ReadNextAddress();
+    }
+
+    for (unsigned int offset = 0; offset < length;) {
+        const unsigned int chunk = qMin(rowSize - address % rowSize, length - offset);
+        vProgramPicFlash(address, static_cast<unsigned char>(chunk), buffer + offset);
+        offset += chunk;
+        address += chunk;
+    }
+    return u8VerifyPicRecord();
+}
+
 void PicProgrammer::vProgramPicFlash(unsigned int address, unsigned char length, unsigned char *data)
 {
     vEnterIspMode();
@@ -144,6 +178,15 @@ unsigned char PicProgrammer::u8VerifyPicRecord()
         return 1;
     }
     return 0;
+}
+
+unsigned short PicProgrammer::u16ReadPic()
+{
+    vEnterIspMode();
+    const unsigned short id = u16ReadDeviceId();
+    vReadDeviceConfig();
+    vRestoreIo();
+    return id;
 }
 
 void PicProgrammer::vReadPicRecord(unsigned int address)

@@ -42,22 +42,20 @@ int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
 
     holdAllPicsInReset();
     sleep(settleSeconds);
-    m_PicProgrammer = new PicProgrammer(picNumber, nullptr);
-    connect(m_PicProgrammer, SIGNAL(eraseDone()), this, SLOT(picEraseComplete()));
-    connect(m_PicProgrammer, SIGNAL(eraseError()), this, SLOT(picEraseError()));
-    connect(m_PicProgrammer, SIGNAL(lineProgrammed(int)), this, SLOT(picLineProgrammed(int)));
-    connect(m_PicProgrammer, SIGNAL(eraseNextBlock(int)), this, SLOT(blockErased(int)));
+    PicProgrammer programmer(picNumber, nullptr);
+    m_PicProgrammer = &programmer;
+    connect(&programmer, SIGNAL(eraseDone()), this, SLOT(picEraseComplete()));
+    connect(&programmer, SIGNAL(eraseError()), this, SLOT(picEraseError()));
+    connect(&programmer, SIGNAL(lineProgrammed(int)), this, SLOT(picLineProgrammed(int)));
+    connect(&programmer, SIGNAL(eraseNextBlock(int)), this, SLOT(blockErased(int)));
 
     appendLine(tr("Erasing PIC: "));
     appendFirstPercentage();
-    m_PicProgrammer->ev_pic_begin_erase();
-    while (!m_PicProgrammer->isFinished())
+    programmer.ev_pic_begin_erase();
+    while (!programmer.isFinished())
         QApplication::processEvents(QEventLoop::AllEvents);
-
-    const bool programmed = m_PicProgrammer->isProgrammed();
-    delete m_PicProgrammer;
     m_PicProgrammer = nullptr;
-    return programmed ? 0 : -1;
+    return programmer.isProgrammed() ? 0 : -1;
 }
 
 void UpdaterProgressScreen::picEraseComplete()

@@ -4,9 +4,7 @@
 #include <QSettings>
 #include <QtDebug>
 
-#include "platform/Display.h"
-#include "platform/PreciseTimer.h"
-#include "screens/ScreenTypes.h"
+#include "platform/Qt5.h"
 #include "serial/TtyHandler.h"
 
 UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags flags)
@@ -18,18 +16,6 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget *parent, Qt::WindowFlags fl
     connect(ui.F3Button, SIGNAL(clicked()), this, SLOT(F3Clicked()));
     connect(ui.F4Button, SIGNAL(clicked()), this, SLOT(F4Clicked()));
 
-    m_UpdateType = UpdateViaPc;
-    m_UpdateState = StatePcConnect;
-    m_SystemType = SYSTEM_NAND;
-    m_PicProgrammer = nullptr;
-    m_EsaFile = nullptr;
-    m_EsaTransferActive = false;
-    m_EsaMBoardEntered = false;
-    m_EsaIoBoardEntered = false;
-    m_EsaUpdateFinished = false;
-    m_EsaUpdateSucceeded = false;
-    m_EsaPacketNumber = 0;
-    m_LoopDeviceAttached = false;
     m_EsaReplyTimer.setSingleShot(true);
     makePrecise(&m_EsaReplyTimer);
 

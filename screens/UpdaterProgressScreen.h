@@ -6,6 +6,7 @@
 #include <QTimer>
 #include <QWidget>
 
+#include "screens/ScreenTypes.h"
 #include "serial/EsaBoard.h"
 #include "ui_UpdaterProgressScreen.h"
 #include "update/UpdateLine.h"
@@ -100,7 +101,7 @@ private:
     int updateNANDKernel(QString fileName);
     int updateUbiImage(QString fileName);
     int updateRootfs(QString fileName);
-    QString remountCommand() const;
+    const char *remountCommand() const;
 
     // pic/PicUpdate.cpp
     int updatePic(int picNumber, QString fileName);
@@ -114,25 +115,25 @@ private:
     int calcrc(char *bytes, int length);
 
     Ui_UpdaterProgressScreen ui;
-    int m_UpdateType;
-    int m_UpdateState;
-    SYSTEM_TYPE m_SystemType;
-    PicProgrammer *m_PicProgrammer; ///< of the running PIC step
-    QString m_UpdateFileName;       ///< of the running PIC step or ESA update, with its path
-    QFile *m_EsaFile;               ///< the image of the running ESA update
+    int m_UpdateType = UpdateViaPc;
+    int m_UpdateState = StatePcConnect;
+    SYSTEM_TYPE m_SystemType = SYSTEM_NAND;
+    PicProgrammer *m_PicProgrammer = nullptr; ///< of the running PIC step
+    QString m_UpdateFileName;                 ///< of the running PIC step or ESA update, with its path
+    QFile *m_EsaFile = nullptr;               ///< the image of the running ESA update
     TtyHandler *m_TtyHandler;
-    bool m_EsaTransferActive;
-    bool m_EsaMBoardEntered;  ///< the board was asked to enter its boot loader; once a run is enough
-    bool m_EsaIoBoardEntered; ///< likewise
-    bool m_EsaUpdateFinished;
-    bool m_EsaUpdateSucceeded;
-    quint8 m_EsaPacketNumber;
+    bool m_EsaTransferActive = false;
+    bool m_EsaMBoardEntered = false;  ///< the board was asked to enter its boot loader; once a run is enough
+    bool m_EsaIoBoardEntered = false; ///< likewise
+    bool m_EsaUpdateFinished = false;
+    bool m_EsaUpdateSucceeded = false;
+    quint8 m_EsaPacketNumber = 0;
     bool m_PicUpdateEnabled;
     bool m_AvrUpdateEnabled;
     QString m_UpdateDrive;
-    QString currentDevicePart; ///< the storage that the PC was last given
-    bool m_LoopDeviceAttached; ///< by this program, and not yet detached
-    QTimer m_EsaReplyTimer;    ///< ends when a board has been silent for too long
+    QString currentDevicePart;         ///< the storage that the PC was last given
+    bool m_LoopDeviceAttached = false; ///< by this program, and not yet detached
+    QTimer m_EsaReplyTimer;            ///< ends when a board has been silent for too long
 };
 
 #endif

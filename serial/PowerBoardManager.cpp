@@ -5,7 +5,7 @@
 #include <QtDebug>
 #include <algorithm>
 
-#include "platform/PreciseTimer.h"
+#include "platform/Qt5.h"
 #include "serial/TtyHandler.h"
 
 namespace {

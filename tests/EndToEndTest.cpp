@@ -122,7 +122,7 @@ void EndToEndTest::cleanup()
 
 void EndToEndTest::startProgram()
 {
-    QStringList command = QString(UPDATER_COMMAND).simplified().split(' ');
+    QStringList command = qEnvironmentVariable("UPDATER_COMMAND", UPDATER_COMMAND).simplified().split(' ');
     m_Display->startProgram(command.takeFirst(), command << "Quorvin");
 }
 

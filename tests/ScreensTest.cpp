@@ -11,7 +11,7 @@
 #include <QtTest>
 
 #include "app/CommandLine.h"
-#include "platform/QWSServer.h"
+#include "platform/Qt5.h"
 #include "screens/UpdaterMainScreen.h"
 #include "tests/Instrument.h"
 #include "tests/Panel.h"

@@ -16,8 +16,6 @@ namespace {
 const int settleSeconds = 5; // for the media to finish what sync began
 const int longestSettleMs = 10000;
 
-const QLatin1String mainApplication("/usr/local/Trolltech/Qt-Target-version-optimised/mainApp");
-
 } // namespace
 
 bool UpdaterProgressScreen::processCommandList(QStringList commandLines)
@@ -74,9 +72,9 @@ bool UpdaterProgressScreen::processCommandLine(const UpdateLine &line)
 bool UpdaterProgressScreen::processApp(const UpdateLine &line, const QString &failureText)
 {
     // The copy is tried whatever became of the remount: the root may have been writable before.
-    const bool remounted = succeeded(runSystemCommand(remountCommand()), failureText);
-    const QString copyCommand =
-        QLatin1String("cp ") + UpdatePaths::packageDirectory + line.argument + QLatin1Char(' ') + mainApplication;
+    const bool remounted = succeeded(runSystemCommand(QLatin1String(remountCommand())), failureText);
+    const QString copyCommand = QLatin1String("cp ") + UpdatePaths::packageDirectory + line.argument +
+                                QLatin1Char(' ') + UpdatePaths::mainApplication;
     const bool copied = succeeded(runSystemCommand(copyCommand), failureText);
     return remounted && copied;
 }

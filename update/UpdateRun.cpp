@@ -6,10 +6,11 @@
 #include <QFileInfo>
 #include <QTextStream>
 
-#include "screens/ScreenTypes.h"
 #include "screens/UpdaterProgressScreen.h"
 #include "update/SystemCommand.h"
 #include "update/UpdatePaths.h"
+
+using namespace UpdatePaths;
 
 namespace {
 
@@ -18,14 +19,14 @@ const QLatin1String packageDirectoryName("firmware_update");
 // The name of the package; empty unless there is exactly one: the updater never chooses among several.
 QString findPackage()
 {
-    const QStringList packages = QDir(UpdatePaths::mountPoint).entryList(QStringList(UpdatePaths::packagePattern));
+    const QStringList packages = QDir(mountPoint).entryList(QStringList(packagePattern));
     return packages.size() == 1 ? packages.first() : QString();
 }
 
 int unpack(const QString &package)
 {
-    return runSystemCommand(QLatin1String("tar jxvf ") + UpdatePaths::mountPoint + QLatin1Char('/') + package +
-                            QLatin1String(" -C ") + UpdatePaths::unpackDirectory);
+    return runSystemCommand(QLatin1String("tar jxvf ") + mountPoint + QLatin1Char('/') + package +
+                            QLatin1String(" -C ") + unpackDirectory);
 }
 
 QStringList linesOf(QByteArray *content)
@@ -95,13 +96,13 @@ void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
 void UpdaterProgressScreen::cleanUpMedium()
 {
     if (m_UpdateType == UpdateViaPc) {
-        QDir medium(UpdatePaths::mountPoint);
+        QDir medium(mountPoint);
         deleteFiles(QDir(medium.filePath(packageDirectoryName)));
         deleteFiles(medium);
         medium.rmdir(packageDirectoryName);
         runSystemCommand(QLatin1String("sync"));
     }
-    runSystemCommand(QLatin1String("umount /mnt/update"));
+    runSystemCommand(QLatin1String("umount ") + mountPoint);
     if (m_UpdateType == UpdateViaPc)
         detachLoopDevice();
 }
@@ -110,6 +111,6 @@ void UpdaterProgressScreen::cleanUpMedium()
 /// again.
 void UpdaterProgressScreen::detachLoopDevice()
 {
-    if (runSystemCommand(QLatin1String("losetup -d /dev/loop0")) == 0)
+    if (runSystemCommand(QLatin1String("losetup -d ") + loopDevice) == 0)
         m_LoopDeviceAttached = false;
 }

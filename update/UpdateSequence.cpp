@@ -1,19 +1,12 @@
 // What the F1 key does on the progress screen: prepare and mount the update medium, then hand over to the update run.
 
-#include "screens/ScreenTypes.h"
 #include "screens/UpdaterProgressScreen.h"
 #include "update/SystemCommand.h"
+#include "update/UpdatePaths.h"
+
+using namespace UpdatePaths;
 
 namespace {
-
-// The storage that a PC is given: by choice a file that holds a FAT file system, else the SD card's update partition.
-const QLatin1String backingFile("/mnt/ubiData/backfile");
-const QLatin1String sdCardPartition("/dev/mmcblk0p4");
-
-int run(const char *commandLine)
-{
-    return runSystemCommand(QLatin1String(commandLine));
-}
 
 int exportStorage(const QLatin1String &storage)
 {
@@ -22,7 +15,7 @@ int exportStorage(const QLatin1String &storage)
 
 int mountUpdateDrive(const QString &drive)
 {
-    return runSystemCommand(QLatin1String("mount ") + drive + QLatin1String(" /mnt/update"));
+    return runSystemCommand(QLatin1String("mount ") + drive + QLatin1Char(' ') + mountPoint);
 }
 
 } // namespace
@@ -55,7 +48,7 @@ void UpdaterProgressScreen::F1Clicked()
     if (!ui.F1Button->isEnabled())
         return;
     // Releases what an earlier run may have left mounted; most of the time there is nothing, and that is no failure.
-    run("umount /mnt/update");
+    runSystemCommand(QLatin1String("umount ") + mountPoint);
 
     switch (m_UpdateState) {
     case StatePcConnect:
@@ -81,7 +74,7 @@ void UpdaterProgressScreen::F1Clicked()
 void UpdaterProgressScreen::openPcConnection()
 {
     appendLine(tr("Initialising PC connection"));
-    if (run("modprobe fsl_usb2_udc") != 0)
+    if (runSystemCommand(QLatin1String("modprobe fsl_usb2_udc")) != 0)
         return endSequence(tr("Failed to initialise USB Device Controller press F1 to return to the main screen\n"));
 
     if (exportStorage(backingFile) == 0) {
@@ -99,9 +92,9 @@ void UpdaterProgressScreen::openPcConnection()
 
 void UpdaterProgressScreen::closePcConnection()
 {
-    if (run("rmmod g_mass_storage") != 0)
+    if (runSystemCommand(QLatin1String("rmmod g_mass_storage")) != 0)
         return endSequence(tr("Failed to close PC connection, press F1 to return to the main screen\n"));
-    if (run("rmmod fsl_usb2_udc") != 0)
+    if (runSystemCommand(QLatin1String("rmmod fsl_usb2_udc")) != 0)
         return endSequence(tr("Failed to close USB device controller, press F1 to return to the main screen\n"));
 
     appendLine(tr("Processing update\n"));
@@ -113,7 +106,7 @@ void UpdaterProgressScreen::updateFromExportedStorage()
     if (currentDevicePart == backingFile) {
         if (!attachLoopDevice())
             return endSequence(tr("Failed to create loop device, press F1 to return to the main screen\n"));
-        if (run("mount -t vfat /dev/loop0 /mnt/update") != 0)
+        if (mountUpdateDrive(QLatin1String("-t vfat ") + loopDevice) != 0)
             return endSequence(tr("Failed to mount loop device, press F1 to return to the main screen\n"));
     } else if (mountUpdateDrive(currentDevicePart) != 0) {
         return endSequence(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
@@ -126,7 +119,8 @@ bool UpdaterProgressScreen::attachLoopDevice()
 {
     if (m_LoopDeviceAttached)
         detachLoopDevice();
-    m_LoopDeviceAttached = runSystemCommand(QLatin1String("losetup -o 4096 /dev/loop0 ") + backingFile) == 0;
+    const QString command = QLatin1String("losetup -o 4096 ") + loopDevice + QLatin1Char(' ') + backingFile;
+    m_LoopDeviceAttached = runSystemCommand(command) == 0;
     return m_LoopDeviceAttached;
 }
 
@@ -141,7 +135,7 @@ void UpdaterProgressScreen::updateFromMemoryStick()
 // A stick holds its file system either on the whole disk or in its first partition.
 bool UpdaterProgressScreen::mountMemoryStick()
 {
-    m_UpdateDrive = QLatin1String("/dev/sda");
+    m_UpdateDrive = memoryStick;
     if (mountUpdateDrive(m_UpdateDrive) == 0)
         return true;
     m_UpdateDrive += QLatin1Char('1');

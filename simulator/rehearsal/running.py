@@ -55,7 +55,7 @@ class Updates:
         self.package = package
         self.source = options.source
         self.pic_enabled = options.pic_enable
-        self.program = [f"/run/host{self.build}/simulator/virtual-updater",
+        self.program = [f"/run/host{self.build}/simulator/virtual-updater", "Quorvin",
                         "--pic-enable" if options.pic_enable else "--pic-disable",
                         "--avr-enable" if options.avr_enable else "--avr-disable"]
         if not (self.build / "simulator/virtual-updater").exists():

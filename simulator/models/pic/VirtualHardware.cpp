@@ -49,7 +49,7 @@ bool MemoryMappedPinController::getValue(unsigned int registerOffset, unsigned i
 
 void waitFor(PIC_DELAY delay)
 {
-    VirtualBoards::installed().wait(picDelayNanoseconds[delay]);
+    VirtualBoards::installed().wait(nanosecondsOf(delay));
 }
 
 // The C library's, with which the updater lets the boards settle: on their clock. A test may have one of its own.

@@ -1,18 +1,33 @@
-#include "platform/QWSServer.h"
+#include "platform/Qt5.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QTimer>
+#include <QWidget>
+
+void showNow(QWidget *widget)
+{
+    widget->repaint();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::UpdateRequest);
+}
+
+#if QT_VERSION < QT_VERSION_CHECK(5, 0, 0)
+
+void makePrecise(QTimer *) {}
+
+#else
 
 #include <QApplication>
 #include <QBrush>
 #include <QPalette>
 #include <QScreen>
-#include <QWidget>
+
+void makePrecise(QTimer *timer)
+{
+    timer->setTimerType(Qt::PreciseTimer);
+}
 
 namespace {
-
-// A plain frame buffer would stretch the first window over the whole display.
-void keepWindowSizes()
-{
-    qputenv("QT_QPA_FB_FORCE_FULLSCREEN", "0");
-}
 
 QWidget *backdrop = nullptr;
 
@@ -45,8 +60,6 @@ void activateFrontWindow()
 
 } // namespace
 
-Q_COREAPP_STARTUP_FUNCTION(keepWindowSizes)
-
 void QWSServer::setCursorVisible(bool visible)
 {
     const bool hidden = QApplication::overrideCursor() != nullptr;
@@ -68,3 +81,5 @@ void QWSServer::setBackground(const QBrush &brush)
     backdrop->lower();
     activateFrontWindow();
 }
+
+#endif

@@ -1,8 +1,0 @@
-#include "platform/PreciseTimer.h"
-
-#include <QTimer>
-
-void makePrecise(QTimer *timer)
-{
-    timer->setTimerType(Qt::PreciseTimer);
-}
