@@ -45,7 +45,8 @@ int main(int argc, char **argv)
 {
     const QApplication application(argc, argv);
     QTextStream out(stdout);
-    const double start = secondsOfStart(QApplication::applicationDirPath() + QLatin1String("/../simulator/virtual-updater"));
+    const double start =
+        secondsOfStart(QApplication::applicationDirPath() + QLatin1String("/../simulator/virtual-updater"));
     rusage usage{};
     getrusage(RUSAGE_CHILDREN, &usage);
 

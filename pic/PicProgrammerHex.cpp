@@ -43,10 +43,10 @@ bool PicProgrammer::bAcceptsFile(const QString &fileName)
         }
         if (record.isExtendedAddress())
             extendedAddress = record.extendedAddress();
-        else if (record.isData())
-            holdsBytes |= HexRecord::destinationOf(record.address + extendedAddress,
-                                                   static_cast<unsigned int>(record.data.size()))
-                              .count > 0;
+        const unsigned int address = record.address + extendedAddress;
+        const unsigned int length = static_cast<unsigned int>(record.data.size());
+        if (record.isData() && HexRecord::destinationOf(address, length).count > 0)
+            holdsBytes = true;
     }
     if (!holdsBytes)
         qDebug().nospace() << "hex file rejected: no byte for a PIC in " << fileName;

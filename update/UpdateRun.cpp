@@ -60,16 +60,16 @@ void UpdaterProgressScreen::performUpdate()
         return abandonUpdate(tr("Could not find update file, press F1 to return to the main screen\n"));
     if (unpack(package) != 0)
         return abandonUpdate(tr("Failed to extract update files, press F1 to return to the main screen\n"));
-    QFile commandFile(UpdatePaths::commandFile);
-    const bool opened = QFileInfo(commandFile).isFile() && commandFile.open(QIODevice::ReadOnly); // a FIFO would block
-    QByteArray content = opened ? commandFile.readAll() : QByteArray();
-    if (!opened || commandFile.error() != QFile::NoError)
+    QFile file(commandFile);
+    const bool opened = QFileInfo(file).isFile() && file.open(QIODevice::ReadOnly); // a FIFO would block
+    QByteArray content = opened ? file.readAll() : QByteArray();
+    if (!opened || file.error() != QFile::NoError)
         return abandonUpdate(tr("Failed to open update file, press F1 to return to the main screen\n"));
 
     const bool allSucceeded = processCommandList(linesOf(&content));
 
     appendLine(tr("Removing temporary files\n"));
-    commandFile.close();
+    file.close();
     cleanUpMedium();
 
     if (allSucceeded)
