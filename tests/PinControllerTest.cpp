@@ -165,7 +165,7 @@ void PinControllerTest::delaysHaveTheirDurations()
         {DELAY_SETUP, 1500}, {DELAY_RELEASE, 32},  {DELAY_PULSE, 5000},
     };
     for (const PIC_DELAY delay : nanoseconds.keys())
-        QCOMPARE(picDelayNanoseconds[delay], nanoseconds[delay]);
+        QCOMPARE(nanosecondsOf(delay), nanoseconds[delay]);
 }
 
 void PinControllerTest::loopPassesCoverTheDuration()
