@@ -7,7 +7,6 @@ namespace {
 // Positions in a record, in characters: start code, count, load address, type, data, checksum.
 const char startCode = ':';
 const int countPosition = 1;
-const int dataPosition = 9;
 const int shortestRecord = 11;
 
 // Positions in the bytes of a record.

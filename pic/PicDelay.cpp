@@ -20,7 +20,7 @@ void loopFor(unsigned int nanoseconds)
 {
     static volatile unsigned int memory = 1;
     const unsigned int operand = memory;
-    const unsigned int passes = (nanoseconds * highestMegahertz + 1999) / 2000;
+    const unsigned int passes = loopPasses(nanoseconds, highestMegahertz);
     unsigned int value = memory;
     for (unsigned int pass = 0; pass < passes; ++pass) {
         value ^= operand;

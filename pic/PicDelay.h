@@ -45,6 +45,12 @@ constexpr unsigned int nanosecondsOf(PIC_DELAY delay)
     return 0;
 }
 
+/// Passes of the waiting loop, of two clock cycles each, that cover `nanoseconds` at `megahertz`.
+constexpr unsigned int loopPasses(unsigned int nanoseconds, unsigned int megahertz)
+{
+    return (nanoseconds * megahertz + 1999) / 2000;
+}
+
 /// Waits in a loop, at least as long as the table says at any processor frequency. Never sleeps or yields.
 void waitFor(PIC_DELAY delay);
 

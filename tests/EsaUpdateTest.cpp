@@ -15,7 +15,9 @@
 #include "simulator/models/pic/VirtualBoards.h"
 #include "tests/DebugLines.h"
 #include "tests/Instrument.h"
+#include "tests/KeyPresser.h"
 #include "tests/Panel.h"
+#include "tests/Rows.h"
 
 using namespace simulator;
 
@@ -40,49 +42,40 @@ QByteArray padded(const QByteArray &bytes)
     return bytes.leftJustified((bytes.size() + 127) / 128 * 128, '\x1A');
 }
 
-/// Makes time fly for a board that stays silent: as soon as the program waits `timeoutMs` for it, the wait is over.
-class Impatience : public QObject
+/// Skips the wait for a board that stays silent: ends the program's wait of `timeoutMs` as soon as it is clear that no
+/// reply comes.
+class TimeoutSkipper : public QObject
 {
     Q_OBJECT
 
 public:
-    Impatience(QObject *screen, int timeoutMs) : m_Screen(screen), m_TimeoutMs(timeoutMs)
+    TimeoutSkipper(QTimer *replyTimer, int timeoutMs) : m_ReplyTimer(replyTimer), m_TimeoutMs(timeoutMs)
     {
         m_Poll.start(5);
-        connect(&m_Poll, SIGNAL(timeout()), this, SLOT(endTheWait()));
+        connect(&m_Poll, SIGNAL(timeout()), this, SLOT(poll()));
     }
-    bool ended = false;
+    bool skipped = false;
 
 protected slots:
-    void endTheWait()
+    void poll()
     {
-        for (QTimer *timer : timersOf(m_Screen)) {
-            if (!timer->isActive() || timer->interval() != m_TimeoutMs)
-                continue;
-            const bool sameWait = timer->remainingTime() <= m_Remaining;
-            m_Remaining = timer->remainingTime();
-            m_Patience = sameWait ? m_Patience + 1 : 0;
-            if (m_Patience == silentPolls) {
-                timer->start(0);
-                ended = true;
-            }
-        }
+        if (!m_ReplyTimer->isActive() || m_ReplyTimer->interval() != m_TimeoutMs)
+            return;
+        const bool sameWait = m_ReplyTimer->remainingTime() <= m_Remaining;
+        m_Remaining = m_ReplyTimer->remainingTime();
+        m_Polls = sameWait ? m_Polls + 1 : 0;
+        skipped |= m_Polls == silentPolls;
+        if (m_Polls == silentPolls)
+            m_ReplyTimer->start(0);
     }
 
 private:
-    static QList<QTimer *> timersOf(QObject *screen);
-
-    QObject *m_Screen;
+    QTimer *m_ReplyTimer;
     int m_TimeoutMs;
-    int m_Patience = 0; ///< polls of one silent wait
+    int m_Polls = 0; ///< of one silent wait
     int m_Remaining = 0;
     QTimer m_Poll;
 };
-
-QList<QTimer *> Impatience::timersOf(QObject *screen)
-{
-    return screen->findChildren<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
-}
 
 } // namespace
 
@@ -101,14 +94,18 @@ private slots:
     void boardIsEnteredOnlyOnceInARun();
     void refusedBlockFailsTheUpdate_data();
     void refusedBlockFailsTheUpdate();
+    void boardThatCancelledTakesTheNextUpdate();
     void silentBoardEndsTheUpdate_data();
     void silentBoardEndsTheUpdate();
+    void replyTimerStartsAnewWithEachBlock();
+    void keysScrollDuringATransfer();
     void portThatDisappearsEndsTheUpdate();
-    void rubbishAroundRepliesIsPassedOver_data();
-    void rubbishAroundRepliesIsPassedOver();
+    void strayBytesAroundRepliesAreSkipped_data();
+    void strayBytesAroundRepliesAreSkipped();
     void boardThatKeepsAskingStartsNothing();
     void disabledUpdateTouchesNeitherPinNorPort();
     void missingImageIsNamed();
+    void imageThatCannotBeReadFails();
     void fifoInPlaceOfAnImageIsNotOpened();
     void byteOfTheOtherBoardStartsNothing();
     void picAndEsaLinesOfOnePackage_data();
@@ -117,7 +114,7 @@ private slots:
 private:
     void startAgain();
     bool update(const QByteArray &commandFile, const Files &files);
-    QObject *screen() const;
+    QTimer *replyTimer() const;
 
     std::unique_ptr<Instrument> m_Instrument;
     std::unique_ptr<EsaBoards> m_Boards;
@@ -155,7 +152,7 @@ void EsaUpdateTest::startAgain()
     m_Panel = std::make_unique<Panel>();
 }
 
-/// Carries out the command file from the SD card; true when all its lines succeeded.
+/// Executes the command file from the SD card; true when all its lines succeeded.
 bool EsaUpdateTest::update(const QByteArray &commandFile, const Files &files)
 {
     m_Instrument->makePackage(m_Instrument->insertMedium("mmcblk0p4") + "/firmware_update.tar.bz2", commandFile, files);
@@ -166,16 +163,17 @@ bool EsaUpdateTest::update(const QByteArray &commandFile, const Files &files)
     return m_Panel->lastMessage().startsWith("green: ");
 }
 
-QObject *EsaUpdateTest::screen() const
+QTimer *EsaUpdateTest::replyTimer() const
 {
-    return m_Panel->window()->findChild<UpdaterProgressScreen *>();
+    const QObject *screen = m_Panel->window()->findChild<UpdaterProgressScreen *>();
+    return screen->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
 }
 
 void EsaUpdateTest::imagesOfAllSizesArrive_data()
 {
     QTest::addColumn<int>("size");
     for (const int size : {0, 1, 128, 129, 256, 128 * 300 + 5})
-        QTest::newRow(QByteArray::number(size).constData()) << size;
+        addRow(QByteArray::number(size).constData(), size);
 }
 
 void EsaUpdateTest::imagesOfAllSizesArrive()
@@ -197,11 +195,10 @@ void EsaUpdateTest::eachKeywordReachesItsBoardAndMemory()
     QCOMPARE(m_Boards->measurementBoard().application(), padded("two"));
     QCOMPARE(m_Boards->ioBoard().eeprom(), padded("three"));
     QCOMPARE(m_Boards->measurementBoard().eeprom(), padded("four"));
-    QCOMPARE(m_Panel->messages().filter("ESA"), QStringList()
-                                                    << "Updating ESA IO Board Application with file: /1"
-                                                    << "Updating ESA Measurement Board Application with file: /2"
-                                                    << "Updating ESA IO Board EEPROM with file: /3"
-                                                    << "Updating ESA Measurement Board EEPROM with file: /4");
+    QCOMPARE(m_Panel->messages().filter("ESA"), QStringList({"Updating ESA IO Board Application with file: /1",
+                                                             "Updating ESA Measurement Board Application with file: /2",
+                                                             "Updating ESA IO Board EEPROM with file: /3",
+                                                             "Updating ESA Measurement Board EEPROM with file: /4"}));
     QCOMPARE(m_Boards->violations().join("; "), QString());
 }
 
@@ -218,8 +215,8 @@ void EsaUpdateTest::boardIsEnteredOnlyOnceInARun()
 void EsaUpdateTest::refusedBlockFailsTheUpdate_data()
 {
     QTest::addColumn<int>("block");
-    QTest::newRow("first") << 0;
-    QTest::newRow("last") << 2;
+    addRow("first", 0);
+    addRow("last", 2);
 }
 
 void EsaUpdateTest::refusedBlockFailsTheUpdate()
@@ -234,10 +231,23 @@ void EsaUpdateTest::refusedBlockFailsTheUpdate()
     QVERIFY(m_Panel->messages().contains("System Type set to: NAND"));
     QCOMPARE(m_Boards->measurementBoard().blockCount(), block + 1); // not sent again
     QVERIFY(m_Boards->measurementBoard().eeprom().isEmpty());
+    QCOMPARE(m_Boards->measurementBoard().transferCount(), 0);
 
-    const Impatience impatience(screen(), receiverTimeoutMs);
+    const TimeoutSkipper skipper(replyTimer(), receiverTimeoutMs);
     QVERIFY(!update("ESA_M_EEP:/image\n", {{"image", image(300)}})); // the board is still in the first transfer
-    QVERIFY(impatience.ended);
+    QVERIFY(skipper.skipped);
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::boardThatCancelledTakesTheNextUpdate()
+{
+    m_Boards->ioBoard().faults.cancelledBlock = 1;
+    const TimeoutSkipper skipper(replyTimer(), replyTimeoutMs);
+    QVERIFY(!update("ESA_IO_EEP:/image\n", {{"image", image(300)}}));
+    m_Boards->ioBoard().faults.cancelledBlock = -1;
+    QVERIFY(update("ESA_IO_EEP:/image\n", {{"image", image(300)}}));
+    QCOMPARE(m_Boards->ioBoard().eeprom(), padded(image(300)));
+    QCOMPARE(m_Boards->ioBoard().entryCount(), 1);
     QCOMPARE(m_Boards->violations().join("; "), QString());
 }
 
@@ -245,8 +255,8 @@ void EsaUpdateTest::silentBoardEndsTheUpdate_data()
 {
     QTest::addColumn<bool>("fromTheStart");
     QTest::addColumn<int>("timeoutMs");
-    QTest::newRow("after the command") << true << receiverTimeoutMs;
-    QTest::newRow("after a block") << false << replyTimeoutMs;
+    addRow("after the command", true, receiverTimeoutMs);
+    addRow("after a block", false, replyTimeoutMs);
 }
 
 void EsaUpdateTest::silentBoardEndsTheUpdate()
@@ -255,38 +265,61 @@ void EsaUpdateTest::silentBoardEndsTheUpdate()
     QFETCH(int, timeoutMs);
     m_Boards->ioBoard().faults.silentAfterCommand = fromTheStart;
     m_Boards->ioBoard().faults.unansweredBlock = 1;
-    const Impatience impatience(screen(), timeoutMs);
+    const TimeoutSkipper skipper(replyTimer(), timeoutMs);
     const DebugLines debug;
     QVERIFY(!update("ESA_IO_APP:/image\n", {{"image", image(1000)}}));
-    QVERIFY(impatience.ended);
+    QVERIFY(skipper.skipped);
     QVERIFY(DebugLines::take().contains("ESA board does not answer"));
     QCOMPARE(m_Boards->ioBoard().blockCount(), fromTheStart ? 0 : 2);
+    QCOMPARE(m_Boards->ioBoard().transferCount(), 0);
+    QCOMPARE(m_Boards->violations().join("; "), QString());
+}
+
+void EsaUpdateTest::replyTimerStartsAnewWithEachBlock()
+{
+    QList<int> intervals;
+    m_Boards->onMoment = [&](const QString &moment) {
+        if (moment != "esa io block")
+            return;
+        intervals << replyTimer()->interval();
+        replyTimer()->start(100000);
+    };
+    QVERIFY(update("ESA_IO_APP:/image\n", {{"image", image(500)}}));
+    QCOMPARE(intervals, QList<int>({replyTimeoutMs, replyTimeoutMs, replyTimeoutMs, replyTimeoutMs}));
+}
+
+void EsaUpdateTest::keysScrollDuringATransfer()
+{
+    const QString announcement = "Updating ESA IO Board Application with file: /image";
+    const KeyPresser presser(m_Panel.get(), announcement);
+    QVERIFY(update("ESA_IO_APP:/image\nSYSTEM:NAND\n", {{"image", image(20000)}}));
+    QCOMPARE(presser.messages().isEmpty() ? QString() : presser.messages().last(), announcement);
 }
 
 void EsaUpdateTest::portThatDisappearsEndsTheUpdate()
 {
     m_Boards->unplugAfter(2);
-    const Impatience impatience(screen(), replyTimeoutMs);
+    const TimeoutSkipper skipper(replyTimer(), replyTimeoutMs);
     QVERIFY(!update("ESA_IO_APP:/image\nSYSTEM:NAND\n", {{"image", image(1000)}}));
-    QVERIFY(impatience.ended);
+    QVERIFY(skipper.skipped);
     QVERIFY(m_Panel->messages().contains("System Type set to: NAND"));
 }
 
-void EsaUpdateTest::rubbishAroundRepliesIsPassedOver_data()
+void EsaUpdateTest::strayBytesAroundRepliesAreSkipped_data()
 {
-    QTest::addColumn<QByteArray>("rubbish");
+    QTest::addColumn<QByteArray>("strayBytes");
     QTest::addColumn<bool>("split");
-    QTest::newRow("none, split") << QByteArray() << true;
-    QTest::newRow("in one read") << QByteArray("\x00\xFFzC", 4) << false;
-    QTest::newRow("in reads of its own") << QByteArray("\x00\xFFzC", 4) << true;
-    QTest::newRow("a refusal beside the acknowledgement") << QByteArray("\x15") << false;
+    addRow("none, split", QByteArray(), true);
+    addRow("in one read", QByteArray("\x00\xFFzC", 4), false);
+    addRow("in reads of its own", QByteArray("\x00\xFFzC", 4), true);
+    addRow("a refusal beside the acknowledgement", QByteArray("\x15"), false);
 }
 
-void EsaUpdateTest::rubbishAroundRepliesIsPassedOver()
+void EsaUpdateTest::strayBytesAroundRepliesAreSkipped()
 {
-    QFETCH(QByteArray, rubbish);
+    QFETCH(QByteArray, strayBytes);
     QFETCH(bool, split);
-    m_Boards->ioBoard().faults.rubbishBeforeReply = rubbish;
+    m_Boards->ioBoard().faults.rubbishBeforeReply = strayBytes;
     m_Boards->ioBoard().faults.rubbishAfterCommand = split ? "\x06\x15" : "";
     if (split)
         m_Boards->splitReplies();
@@ -301,7 +334,7 @@ void EsaUpdateTest::boardThatKeepsAskingStartsNothing()
     const DebugLines debug;
     QVERIFY(
         update("ESA_IO_APP:/1\nESA_M_APP:/2\nESA_IO_EEP:/3\n", {{"1", image(500)}, {"2", image(600)}, {"3", "three"}}));
-    QVERIFY(!DebugLines::take().filter(QRegExp("unknown received: (06)?43")).isEmpty()); // asked, and passed over
+    QVERIFY(!DebugLines::take().filter(QRegExp("unknown received: (06)?43")).isEmpty()); // asked, and was ignored
     QCOMPARE(m_Boards->ioBoard().application(), padded(image(500)));
     QCOMPARE(m_Boards->measurementBoard().application(), padded(image(600)));
     QCOMPARE(m_Boards->ioBoard().eeprom(), padded("three"));
@@ -320,8 +353,8 @@ void EsaUpdateTest::disabledUpdateTouchesNeitherPinNorPort()
     QVERIFY(!update("ESA_IO_APP:/image\n", {{"image", "image"}}));
     QCOMPARE(m_Panel->messages().filter("AVR"), QStringList("red: Failed - AVR updates not enabled"));
     QCOMPARE(m_Panel->messages().filter("ESA"),
-             QStringList() << "Updating ESA IO Board Application with file: /image"
-                           << "red: Failed - Updating ESA IO Board Application with file: /image");
+             QStringList({"Updating ESA IO Board Application with file: /image",
+                          "red: Failed - Updating ESA IO Board Application with file: /image"}));
     QVERIFY(!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin));
     QCoreApplication::processEvents();
     QCOMPARE(m_Boards->ioBoard().entryCount(), 0);
@@ -334,6 +367,18 @@ void EsaUpdateTest::missingImageIsNamed()
     QVERIFY(!update("ESA_IO_APP:/gone\n", {}));
     QVERIFY(DebugLines::take().contains("Failed to find file: /tmp/firmware_update/gone"));
     QVERIFY(!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin));
+    m_Boards->line().deliver("C"); // no update runs
+    QCOMPARE(DebugLines::take(), QStringList("unknown received: 43"));
+}
+
+void EsaUpdateTest::imageThatCannotBeReadFails()
+{
+    QDir().mkpath("/tmp/firmware_update");
+    QVERIFY(QFile::link(Instrument::unreadableFile(), "/tmp/firmware_update/image"));
+    const DebugLines debug;
+    QVERIFY(!update("ESA_IO_APP:/image\n", {}));
+    QVERIFY(DebugLines::take().contains("Failed to read ESA file: /tmp/firmware_update/image"));
+    QCOMPARE(m_Boards->ioBoard().transferCount(), 0);
 }
 
 void EsaUpdateTest::fifoInPlaceOfAnImageIsNotOpened()
@@ -357,10 +402,10 @@ void EsaUpdateTest::byteOfTheOtherBoardStartsNothing()
         close(port.fd);
     };
     m_Boards->measurementBoard().faults.silentAfterCommand = true;
-    const Impatience impatience(screen(), receiverTimeoutMs);
+    const TimeoutSkipper skipper(replyTimer(), receiverTimeoutMs);
     const DebugLines debug;
     QVERIFY(!update("ESA_M_APP:/image\n", {{"image", image(300)}}));
-    QVERIFY(impatience.ended);
+    QVERIFY(skipper.skipped);
     QVERIFY(!DebugLines::take().filter("unknown received: 43").isEmpty());
 }
 
@@ -368,10 +413,10 @@ void EsaUpdateTest::picAndEsaLinesOfOnePackage_data()
 {
     QTest::addColumn<bool>("picEnabled");
     QTest::addColumn<bool>("avrEnabled");
-    QTest::newRow("both") << true << true;
-    QTest::newRow("PIC only") << true << false;
-    QTest::newRow("AVR only") << false << true;
-    QTest::newRow("neither") << false << false;
+    addRow("both", true, true);
+    addRow("PIC only", true, false);
+    addRow("AVR only", false, true);
+    addRow("neither", false, false);
 }
 
 void EsaUpdateTest::picAndEsaLinesOfOnePackage()

@@ -36,6 +36,8 @@ public:
     /// The command lines of the tools called since the last call of this function, in order.
     QStringList takeCalls();
 
+    /// A file that can be opened but not read.
+    static QString unreadableFile() { return QLatin1String("/run/host/sys/class/net/lo/speed"); }
     static QByteArray contentOf(const QString &fileName);
     static void write(const QString &fileName, const QByteArray &content);
 

@@ -1,4 +1,6 @@
 #include <QtTest>
+#include <functional>
+#include <utility>
 
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicProgrammer.h"
@@ -21,40 +23,57 @@ QString lineName(unsigned int offset, unsigned int mask)
     return names.value({offset, mask}, "unknown");
 }
 
-/// The levels of PGD at the falling edges of PGC.
-QString sentBits()
+/// What went over the lines since the last call, a 4-bit command and its 16 bits at a time. The bits of a command or
+/// operand are those of PGD at the falling edges of PGC; "read" is the half of an operand that the target sends. The
+/// waits stand where they came, but for those of each clock, command and operand. P9 is before the last clock of its
+/// command.
+QString takeSequence()
 {
-    QString bits;
+    static const QHash<QString, QString> waitNames = {{"wait 4", "P9"},    {"wait 5", "P10"},   {"wait 6", "P11"},
+                                                      {"wait 7", "ENTRY"}, {"wait 8", "RESET"}, {"wait 9", "SETUP"}};
+    QStringList words;
     QString data = "?";
     bool clock = false;
-    for (const QString &event : qAsConst(traffic)) {
-        if (event.startsWith("PGD="))
+    bool targetSends = false;
+    int bits = 0;
+    unsigned int value = 0;
+    const QStringList events = std::exchange(traffic, QStringList());
+    for (const QString &event : events) {
+        if (waitNames.contains(event))
+            words << waitNames[event];
+        else if (event == "wait 1" && bits == 0)
+            words << "COMMAND";
+        else if (event.startsWith("PGD="))
             data = event.mid(4);
-        if (clock && event == "PGC=0")
-            bits += data;
+        else if (event == "PGD in" || event == "PGD out")
+            targetSends = event == "PGD in";
+        if (clock && event == "PGC=0") {
+            const int position = bits < 4 ? bits : bits - 4;
+            value |= (data == "1" ? 1U : 0U) << position;
+            ++bits;
+            if (bits == 4) {
+                words << QString::number(value, 16).toUpper();
+                value = 0;
+            } else if (bits == 20) {
+                words << (targetSends ? "read" : QString("%1").arg(value, 4, 16, QChar('0')).toUpper());
+                bits = 0;
+                value = 0;
+            }
+        }
         if (event.startsWith("PGC="))
             clock = event == "PGC=1";
     }
-    return bits;
+    return words.join(' ') + (bits == 0 ? "" : " cut short");
 }
 
-/// 16-bit words that were sent behind the command 0000.
-QList<unsigned int> sentInstructions()
+/// The load of the target's table pointer.
+QString pointer(unsigned int address)
 {
-    QList<unsigned int> words;
-    const QString bits = sentBits();
-    for (int position = 0; position < bits.size(); position += 20) {
-        unsigned int word = bits.mid(position, 4) == "0000" ? 0 : 0xBAD0000;
-        for (int bit = 0; bit < 16; ++bit)
-            word |= (bits.at(position + 4 + bit) == '1' ? 1U : 0U) << bit;
-        words << word;
-    }
-    return words;
-}
-
-QStringList waits(const QStringList &events)
-{
-    return events.filter("wait ");
+    return QString("0 0E%1 0 6EF8 0 0E%2 0 6EF7 0 0E%3 0 6EF6 ")
+        .arg(address >> 16, 2, 16, QChar('0'))
+        .arg(address >> 8 & 0xFF, 2, 16, QChar('0'))
+        .arg(address & 0xFF, 2, 16, QChar('0'))
+        .toUpper();
 }
 
 } // namespace
@@ -97,13 +116,12 @@ class PicLinkTest : public QObject
 
 private slots:
     void bitsAreStableAcrossTheFallingEdge();
-    void bitsGoLeastSignificantFirst();
-    void tablePointerIsLoadedByCoreInstructions();
     void byteIsSampledAfterTheFallingEdge();
     void programmingNopHoldsItsFourthClock();
+    void operationsSendTheirSequences();
     void entryAndRestoreDriveOnlyTheSelectedReset_data();
     void entryAndRestoreDriveOnlyTheSelectedReset();
-    void resetTimerReleasesThePic();
+    void resetTimerReleasesThePicOnce();
     void deviceIdsHaveNames();
 };
 
@@ -129,24 +147,6 @@ void PicLinkTest::bitsAreStableAcrossTheFallingEdge()
     QCOMPARE(traffic.mid(3 + 8 * 5), QStringList({"PGC=0", "PGD=0", "wait 3"}));
 }
 
-void PicLinkTest::bitsGoLeastSignificantFirst()
-{
-    PicProgrammer programmer(1, nullptr);
-    traffic.clear();
-    programmer.vWriteCmd(0xFD);
-    programmer.vWriteByte(0xA6);
-    QCOMPARE(sentBits(), QString("1011"
-                                 "01100101"));
-}
-
-void PicLinkTest::tablePointerIsLoadedByCoreInstructions()
-{
-    PicProgrammer programmer(1, nullptr);
-    traffic.clear();
-    programmer.vSetCoreAddress(0x3CA605);
-    QCOMPARE(sentInstructions(), QList<unsigned int>({0x0E3C, 0x6EF8, 0x0EA6, 0x6EF7, 0x0E05, 0x6EF6}));
-}
-
 void PicLinkTest::byteIsSampledAfterTheFallingEdge()
 {
     PicProgrammer programmer(1, nullptr);
@@ -167,11 +167,6 @@ void PicLinkTest::byteIsSampledAfterTheFallingEdge()
                                    << "PGD=0"
                                    << "PGD out");
     }
-    inputBits.clear();
-    traffic.clear();
-    programmer.u8ReadNextAddress();
-    QCOMPARE(sentBits().left(12), QString("1001"
-                                          "00000000"));
 }
 
 void PicLinkTest::programmingNopHoldsItsFourthClock()
@@ -179,10 +174,57 @@ void PicLinkTest::programmingNopHoldsItsFourthClock()
     PicProgrammer programmer(1, nullptr);
     traffic.clear();
     programmer.vProgramFlashCmd();
-    QCOMPARE(sentBits(), QString("0000"));
-    QCOMPARE(waits(traffic), QString("wait 0,").repeated(7).append("wait 4,wait 5").split(','));
-    QCOMPARE(traffic.mid(traffic.indexOf("wait 4") - 1),
-             QStringList({"PGC=1", "wait 4", "PGC=0", "wait 5", "PGC=0", "PGD=0"}));
+    QStringList expected = {"PGC=0", "PGD=0", "wait 0"};
+    for (int clock = 0; clock < 3; ++clock)
+        expected << QStringList{"PGC=1", "wait 0", "PGC=0", "wait 0"};
+    QCOMPARE(traffic, expected + QStringList({"PGC=1", "wait 4", "PGC=0", "wait 5", "PGC=0", "PGD=0"}));
+}
+
+// The target takes the last command of a write for the operand of the programming command, and what is left of it for
+// the begin of another command.
+void PicLinkTest::operationsSendTheirSequences()
+{
+    struct Case
+    {
+        QString name;
+        std::function<void(PicProgrammer &)> operate;
+        QString sequence;
+    };
+    unsigned char data[] = {0x11, 0x22, 0x33, 0x44};
+    const QString entry = "RESET SETUP ENTRY ";
+    const QString programming = "P9 0 P10 0000 0 P10 cut short";
+    const QString eepromAddress = "0 9EA6 0 9CA6 0 0EC5 0 6EA9 0 0E03 0 6EAA ";
+    const QString latch = "0 6EF5 0 0000 2 read";
+    QString rowErase = entry;
+    for (const unsigned int row : {0x3F80U, 0x3FC0U, 0x4000U, 0x4040U, 0x4080U, 0x40C0U, 0x4100U, 0x4140U})
+        rowErase += "0 8EA6 0 9CA6 0 84A6 " + pointer(row) + "0 88A6 0 82A6 P9 0 P10 0000 ";
+    const Case cases[] = {
+        {"command", [](PicProgrammer &pic) { pic.vWriteCmd(0xFD); }, "D cut short"},
+        {"table pointer", [](PicProgrammer &pic) { pic.vSetCoreAddress(0x3CA605); },
+         "0 0E3C 0 6EF8 0 0EA6 0 6EF7 0 0E05 0 6EF6"},
+        {"table read", [](PicProgrammer &pic) { pic.u8ReadNextAddress(); }, "9 read"},
+        {"bulk erase", [](PicProgrammer &pic) { pic.vPicBulkErase(0x08, 0x80); },
+         pointer(0x3C0005) + "C 0808 " + pointer(0x3C0004) + "C 8080 0 0000 0 P11 P11 P11 P10 0000"},
+        {"row write", [&](PicProgrammer &pic) { pic.vProgramPicFlash(0x1F8, 4, data); },
+         entry + "0 8EA6 0 9CA6 " + pointer(0x1F8) + "D 2211 COMMAND F 4433 " + programming},
+        {"write of a pair", [&](PicProgrammer &pic) { pic.vProgramPicFlash(0x1FE, 2, data); },
+         entry + "0 8EA6 0 9CA6 " + pointer(0x1FE) + "F 2211 " + programming},
+        {"write of half a pair", [&](PicProgrammer &pic) { pic.vProgramPicFlash(0x1FE, 1, data); }, entry.trimmed()},
+        {"configuration write", [](PicProgrammer &pic) { pic.vProgramPicConfig(0x300006, 0x81); },
+         entry + "0 8EA6 0 8CA6 " + pointer(0x300006) + "F 8181 " + programming},
+        {"row erase", [](PicProgrammer &pic) { pic.vEraseProgramMemory(0x3F80); }, rowErase + "0 0000"},
+        {"EEPROM read", [](PicProgrammer &pic) { pic.u8ReadPicEeprom(0x3C5); },
+         entry + eepromAddress + "0 80A6 0 50A8 " + latch},
+        {"EEPROM write", [](PicProgrammer &pic) { pic.vWritePicEeprom(0x3C5, 0x5A); },
+         entry + eepromAddress + "0 0E5A 0 6EA8 0 84A6 0 82A6 0 50A6 " + latch + " P10"},
+    };
+    PicProgrammer programmer(1, nullptr);
+    inputBits.clear();
+    for (const Case &row : cases) {
+        traffic.clear();
+        row.operate(programmer);
+        QCOMPARE(row.name + ": " + takeSequence(), row.name + ": " + row.sequence);
+    }
 }
 
 void PicLinkTest::entryAndRestoreDriveOnlyTheSelectedReset_data()
@@ -227,31 +269,34 @@ void PicLinkTest::entryAndRestoreDriveOnlyTheSelectedReset()
     QCOMPARE(traffic, entry);
 }
 
-void PicLinkTest::resetTimerReleasesThePic()
+void PicLinkTest::resetTimerReleasesThePicOnce()
 {
     PicProgrammer programmer(2, nullptr);
     traffic.clear();
     programmer.ev_pic_reset(false);
+    QTest::qWait(50); // more than twice the time of the timer, which was not started
     QCOMPARE(traffic, QStringList({"MCLR2=1", "MCLR2 out", "MCLR2=0"}));
     QElapsedTimer inReset;
     inReset.start();
     programmer.ev_pic_reset(true);
     traffic.clear();
     QVERIFY(eventually([] { return !traffic.isEmpty(); }));
-    QCOMPARE(traffic.last(), QString("MCLR2 in"));
     QVERIFY(inReset.elapsed() >= 19);
+    QTest::qWait(50);
+    QCOMPARE(traffic.count("MCLR2 in"), 1);
+    QVERIFY(QMetaObject::invokeMethod(&programmer, "endIsp"));
+    QCOMPARE(traffic.count("MCLR2 in"), 2);
 }
 
 void PicLinkTest::deviceIdsHaveNames()
 {
-    QCOMPARE(*PicProgrammer::pGetPicIdStr(0x0C07), QString("PIC18F4620 version 7"));
-    QCOMPARE(*PicProgrammer::pGetPicIdStr(0x0E9F), QString("PIC18F4680 version 31"));
-    QCOMPARE(*PicProgrammer::pGetPicIdStr(0x2740), QString("PIC18F4682 version 0"));
-    QCOMPARE(*PicProgrammer::pGetPicIdStr(0x2761), QString("PIC18F4685 version 1"));
-    QCOMPARE(*PicProgrammer::pGetPicIdStr(0x1234), QString("Unknown PIC: 4660"));
-    QVERIFY(PicProgrammer::u8ValidPicId(0x0C1F));
-    for (const quint16 id : {quint16(0x0E80), quint16(0x2740), quint16(0x2760)})
-        QVERIFY(!PicProgrammer::u8ValidPicId(id));
+    const QMap<unsigned short, QString> names = {{0x0C07, "PIC18F4620 version 7"}, {0x0E9F, "PIC18F4680 version 31"},
+                                                 {0x2740, "PIC18F4682 version 0"}, {0x2761, "PIC18F4685 version 1"},
+                                                 {0x1234, "Unknown PIC: 4660"},    {0x0C1F, "PIC18F4620 version 31"}};
+    for (const unsigned short id : names.keys()) {
+        QCOMPARE(*PicProgrammer::pGetPicIdStr(id), names[id]);
+        QCOMPARE(PicProgrammer::u8ValidPicId(id) != 0, names[id].startsWith("PIC18F4620"));
+    }
 }
 
 QTEST_GUILESS_MAIN(PicLinkTest)

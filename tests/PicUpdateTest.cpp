@@ -9,7 +9,9 @@
 #include "simulator/models/pic/VirtualBoards.h"
 #include "tests/DebugLines.h"
 #include "tests/Instrument.h"
+#include "tests/KeyPresser.h"
 #include "tests/Panel.h"
+#include "tests/Rows.h"
 
 using namespace simulator;
 
@@ -41,7 +43,8 @@ QByteArray programMemory(int picNumber)
 }
 
 unsigned int secondsToSettle = 0;
-int picsStandingStill = 0;
+int picsInReset = 0;
+bool isProgrammingEnabled = false;
 
 } // namespace
 
@@ -49,9 +52,10 @@ int picsStandingStill = 0;
 unsigned int sleep(unsigned int seconds)
 {
     secondsToSettle = seconds;
-    picsStandingStill = 0;
+    picsInReset = 0;
     for (int picNumber = 1; picNumber <= 4; ++picNumber)
-        picsStandingStill += VirtualBoards::installed().pic(picNumber).isOutOfReset() ? 0 : 1;
+        picsInReset += VirtualBoards::installed().pic(picNumber).isOutOfReset() ? 0 : 1;
+    isProgrammingEnabled = VirtualBoards::installed().readRegister(0x700) & 1U << 17;
     VirtualBoards::installed().advance(seconds * Q_INT64_C(1000000000));
     return 0;
 }
@@ -75,6 +79,7 @@ private slots:
     void percentageReplacesTheOneBeforeIt();
     void eachPicOfAPackageGetsItsOwnFile();
     void otherPicsAreHeldInResetAndStaySo();
+    void scrollKeysWorkDuringTheErasure();
     void disabledPicLineTouchesNothing();
     void numberBehindTheWordSaysWhichPic_data();
     void numberBehindTheWordSaysWhichPic();
@@ -120,13 +125,9 @@ QStringList PicUpdateTest::update(Panel *panel, const QByteArray &commandFile, c
 void PicUpdateTest::chosenPicIsProgrammedAndShownInPercent()
 {
     Panel panel;
-    QCOMPARE(update(&panel, "PIC2:/pic.hex\n", {{"pic.hex", hexFile('a')}}), QStringList()
-                                                                                 << "Updating PIC 2 with file: /pic.hex"
-                                                                                 << "Erasing PIC:"
-                                                                                 << "orange: 99%"
-                                                                                 << "PIC Erase Complete"
-                                                                                 << "Programming PIC:"
-                                                                                 << "orange: 100%");
+    QCOMPARE(update(&panel, "PIC2:/pic.hex\n", {{"pic.hex", hexFile('a')}}),
+             QStringList({"Updating PIC 2 with file: /pic.hex", "Erasing PIC:", "orange: 99%", "PIC Erase Complete",
+                          "Programming PIC:", "orange: 100%"}));
     QVERIFY(panel.lastMessage().startsWith("green: "));
     QVERIFY(programMemory(2).startsWith(programOf('a') + QByteArray(64, '\xFF')));
     QCOMPARE(static_cast<int>(VirtualBoards::installed().pic(2).memory().configuration()[1]), 0x06);
@@ -176,7 +177,16 @@ void PicUpdateTest::otherPicsAreHeldInResetAndStaySo()
         QCOMPARE(VirtualBoards::installed().pic(picNumber).isOutOfReset(), picNumber == 3);
     QVERIFY(VirtualBoards::installed().pic(3).isInProgrammingMode());
     QCOMPARE(secondsToSettle, 1U);
-    QCOMPARE(picsStandingStill, 4);
+    QCOMPARE(picsInReset, 4);
+    QVERIFY(isProgrammingEnabled);
+}
+
+void PicUpdateTest::scrollKeysWorkDuringTheErasure()
+{
+    Panel panel;
+    const KeyPresser presser(&panel, "Erasing PIC:");
+    update(&panel, "PIC1:/pic.hex\n", {{"pic.hex", hexFile('a')}});
+    QVERIFY(presser.messages().contains("Erasing PIC:") && !presser.messages().contains("PIC Erase Complete"));
 }
 
 void PicUpdateTest::disabledPicLineTouchesNothing()
@@ -184,8 +194,7 @@ void PicUpdateTest::disabledPicLineTouchesNothing()
     QSettings().setValue("PicEnable", false);
     Panel panel;
     QCOMPARE(update(&panel, "PIC1:/pic.hex\nSYSTEM:NAND\n", {{"pic.hex", hexFile('a')}}),
-             QStringList() << "red: Failed - PIC updates not enabled"
-                           << "System Type set to: NAND");
+             QStringList({"red: Failed - PIC updates not enabled", "System Type set to: NAND"}));
     QVERIFY(panel.lastMessage().startsWith("red: Some of the updates failed"));
     QCOMPARE(VirtualBoards::installed().now(), 0LL);
 }
@@ -195,18 +204,17 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic_data()
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<QString>("announcement");
     QTest::addColumn<QString>("failure");
-    QTest::newRow("leading zero") << QByteArray("PIC01:/gone.hex") << "Updating PIC 01 with file: /gone.hex"
-                                  << "red: Failed - Updating PIC[1] with file /gone.hex";
-    QTest::newRow("no number") << QByteArray("PIC:/gone.hex") << "Updating PIC  with file: /gone.hex"
-                               << "red: Failed - Updating PIC[0] with file /gone.hex";
-    QTest::newRow("no slash") << QByteArray("PIC1:pic.hex") << "Updating PIC 1 with file: pic.hex"
-                              << "red: Failed - Updating PIC[1] with file pic.hex";
-    QTest::newRow("folder") << QByteArray("PIC1:/") << "Updating PIC 1 with file: /"
-                            << "red: Failed - Updating PIC[1] with file /";
-    QTest::newRow("place-holder") << QByteArray("PIC%2:/%1") << "Updating PIC %2 with file: /%1"
-                                  << "red: Failed - Updating PIC[0] with file /%1";
-    QTest::newRow("both words") << QByteArray("ESA_IO_APP_PIC:/x") << "Updating PIC _IO_APP_PIC with file: /x"
-                                << "red: Failed - Updating PIC[0] with file /x";
+    addRow("leading zero", QByteArray("PIC01:/gone.hex"), "Updating PIC 01 with file: /gone.hex",
+           "red: Failed - Updating PIC[1] with file /gone.hex");
+    addRow("no number", QByteArray("PIC:/gone.hex"), "Updating PIC  with file: /gone.hex",
+           "red: Failed - Updating PIC[0] with file /gone.hex");
+    addRow("no slash", QByteArray("PIC1:pic.hex"), "Updating PIC 1 with file: pic.hex",
+           "red: Failed - Updating PIC[1] with file pic.hex");
+    addRow("folder", QByteArray("PIC1:/"), "Updating PIC 1 with file: /", "red: Failed - Updating PIC[1] with file /");
+    addRow("place-holder", QByteArray("PIC%2:/%1"), "Updating PIC %2 with file: /%1",
+           "red: Failed - Updating PIC[0] with file /%1");
+    addRow("both words", QByteArray("ESA_IO_APP_PIC:/x"), "Updating PIC _IO_APP_PIC with file: /x",
+           "red: Failed - Updating PIC[0] with file /x");
 }
 
 void PicUpdateTest::numberBehindTheWordSaysWhichPic()
@@ -216,7 +224,7 @@ void PicUpdateTest::numberBehindTheWordSaysWhichPic()
     QFETCH(QString, failure);
     Panel panel;
     const DebugLines debug;
-    QCOMPARE(update(&panel, line, {{"pic.hex", hexFile('a')}}), QStringList() << announcement << failure);
+    QCOMPARE(update(&panel, line, {{"pic.hex", hexFile('a')}}), QStringList({announcement, failure}));
     const QString path = "/tmp/firmware_update" + QString(line).section(':', 1);
     QVERIFY(DebugLines::take().contains("Failed to find hex file: \"" + path + "\""));
     QCOMPARE(VirtualBoards::installed().now(), 0LL);
@@ -295,8 +303,8 @@ void PicUpdateTest::fileIsRejectedBeforeTheFirstPinMoves()
 void PicUpdateTest::linesThatAreAllowedStopNoPic_data()
 {
     QTest::addColumn<QByteArray>("lineEnd");
-    QTest::newRow("LF") << QByteArray("\n");
-    QTest::newRow("CR LF") << QByteArray("\r\n");
+    addRow("LF", QByteArray("\n"));
+    addRow("CR LF", QByteArray("\r\n"));
 }
 
 void PicUpdateTest::linesThatAreAllowedStopNoPic()
@@ -345,11 +353,11 @@ void PicUpdateTest::linesThatAreAllowedStopNoPic()
 void PicUpdateTest::fileWithoutAByteForThePicIsRejected_data()
 {
     QTest::addColumn<QByteArray>("content");
-    QTest::newRow("empty") << QByteArray();
-    QTest::newRow("text") << QByteArray("<html>\nnot found\n");
-    QTest::newRow("end of file") << hexRecord(0x01, 0, "");
-    QTest::newRow("EEPROM only") << hexRecord(0x04, 0, QByteArray("\x00\xF0", 2)) + hexRecord(0x00, 0, "0123");
-    QTest::newRow("record of no bytes") << hexRecord(0x00, 0, "");
+    addRow("empty", QByteArray());
+    addRow("text", QByteArray("<html>\nnot found\n"));
+    addRow("end of file", hexRecord(0x01, 0, ""));
+    addRow("EEPROM only", hexRecord(0x04, 0, QByteArray("\x00\xF0", 2)) + hexRecord(0x00, 0, "0123"));
+    addRow("record of no bytes", hexRecord(0x00, 0, ""));
 }
 
 void PicUpdateTest::fileWithoutAByteForThePicIsRejected()
@@ -369,11 +377,8 @@ void PicUpdateTest::eraseFailureIsShownAndTheNextLineGoesOn()
     VirtualBoards::installed().pic(1).memory().breakErase(0x10, 0x01);
     Panel panel;
     QCOMPARE(update(&panel, "PIC1:/pic.hex\nPIC2:/pic.hex\n", {{"pic.hex", hexFile('a')}}).mid(0, 5),
-             QStringList() << "Updating PIC 1 with file: /pic.hex"
-                           << "Erasing PIC:"
-                           << "orange: 0%"
-                           << "red: PIC Erase Error"
-                           << "red: Failed - Updating PIC[1] with file /pic.hex");
+             QStringList({"Updating PIC 1 with file: /pic.hex", "Erasing PIC:", "orange: 0%", "red: PIC Erase Error",
+                          "red: Failed - Updating PIC[1] with file /pic.hex"}));
     QVERIFY(!programMemory(1).startsWith(programOf('a')));
     QVERIFY(programMemory(2).startsWith(programOf('a')));
 }
@@ -386,7 +391,7 @@ void PicUpdateTest::verifyFailureFailsTheLine()
     QCOMPARE(messages.last(), QString("red: Failed - Updating PIC[4] with file /pic.hex"));
     QCOMPARE(messages.at(messages.size() - 2), QString("orange: 49%"));
     QVERIFY2(programMemory(4).mid(201 * 16) == QByteArray(96 * 1024 - 201 * 16, '\xFF'),
-             "records behind it are written");
+             "records after it are written");
 }
 
 QTEST_MAIN(PicUpdateTest)

@@ -59,6 +59,8 @@ private slots:
     void refusesEverythingWithoutAMapping();
     void esaBoardThatCannotBeSelectedIsSentNothing();
     void mapsWithTheProtectionAsked();
+    void delaysHaveTheirDurations();
+    void loopPassesCoverTheDuration();
     void longDelaysLastAtLeastAsLongAsStated();
     void shortDelaysLastAtLeastAsLongAsStated();
 };
@@ -155,14 +157,36 @@ void PinControllerTest::mapsWithTheProtectionAsked()
     QCOMPARE(readWord(0), 0U);
 }
 
+void PinControllerTest::delaysHaveTheirDurations()
+{
+    const QMap<PIC_DELAY, unsigned int> nanoseconds = {
+        {DELAY_CLOCK, 32},   {DELAY_COMMAND, 32},  {DELAY_OPERAND, 32},    {DELAY_P9, 1000000},
+        {DELAY_P10, 100000}, {DELAY_P11, 4000000}, {DELAY_ENTRY, 6000000}, {DELAY_RESET, 6000000},
+        {DELAY_SETUP, 1500}, {DELAY_RELEASE, 32},  {DELAY_PULSE, 5000},
+    };
+    for (const PIC_DELAY delay : nanoseconds.keys())
+        QCOMPARE(nanosecondsOf(delay), nanoseconds[delay]);
+}
+
+void PinControllerTest::loopPassesCoverTheDuration()
+{
+    QCOMPARE(loopPasses(32, 454), 8U); // 7.3, of two cycles each
+    QCOMPARE(loopPasses(32, 6000), 96U);
+    QCOMPARE(loopPasses(999, 454), 227U);
+    QCOMPARE(loopPasses(0, 454), 0U);
+}
+
 void PinControllerTest::longDelaysLastAtLeastAsLongAsStated()
 {
+    QElapsedTimer all;
+    all.start();
     for (const PIC_DELAY delay : {DELAY_P9, DELAY_P10, DELAY_P11, DELAY_ENTRY, DELAY_RESET, DELAY_SETUP, DELAY_PULSE}) {
         QElapsedTimer timer;
         timer.start();
         waitFor(delay);
         QVERIFY(timer.nsecsElapsed() >= nanosecondsOf(delay));
     }
+    QVERIFY(all.elapsed() < 3000); // of a busy machine; the delays are 18 ms
 }
 
 void PinControllerTest::shortDelaysLastAtLeastAsLongAsStated()

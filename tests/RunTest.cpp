@@ -5,44 +5,38 @@
 #include <QTextEdit>
 #include <QtTest>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/time.h>
+#include <unistd.h>
 
 #include "tests/Instrument.h"
+#include "tests/KeyPresser.h"
 #include "tests/Panel.h"
+#include "tests/Rows.h"
 
 namespace {
 
 const char packageName[] = "firmware_update.tar.bz2";
 const char successMessage[] = "green: Update complete, restart the system or press F1 to return to the main screen";
 
-/// Stands beside the panel during the wait at the end of a run: presses F1 and scrolls up as soon as the events of the
-/// program are processed again.
-class ImpatientOperator : public QObject
+// The time of day, at this moment of the elapsed time; both pass so many times as fast as the real one.
+int timeOfDayRate = 100;
+int elapsedRate = 1;
+qint64 elapsedAtSetting = 0;
+qint64 timeOfDayAtSetting = 0;
+
+qint64 realNanoseconds()
 {
-    Q_OBJECT
+    timespec now = {};
+    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &now);
+    return now.tv_sec * Q_INT64_C(1000000000) + now.tv_nsec;
+}
 
-public:
-    explicit ImpatientOperator(Panel *panel) : m_Panel(panel) { QTimer::singleShot(0, this, SLOT(meddle())); }
-
-    bool f1WasEnabled = true;
-    int scrollPosition = -1;
-
-protected slots:
-    void meddle()
-    {
-        if (m_Panel->lastMessage() != "Finalising update, please wait") {
-            QTimer::singleShot(0, this, SLOT(meddle()));
-            return;
-        }
-        f1WasEnabled = m_Panel->button("F1Button")->isEnabled();
-        QTest::keyClick(m_Panel->window()->windowHandle(), Qt::Key_F1);
-        QMetaObject::invokeMethod(m_Panel->button("F1Button"), "clicked"); // of a key pressed before the run
-        m_Panel->press(Qt::Key_F3);
-        scrollPosition = m_Panel->messageWindow()->verticalScrollBar()->value();
-    }
-
-private:
-    Panel *m_Panel;
-};
+void setTimeOfDay(const QTime &time)
+{
+    timeOfDayAtSetting = QDateTime(QDate(2021, 3, 4), time).toMSecsSinceEpoch() * 1000000;
+    elapsedAtSetting = realNanoseconds();
+}
 
 /// Puts what was painted on the display when an event tells it to, like Qt's frame buffer screen. A painting is late
 /// when the next one comes before that event.
@@ -76,6 +70,24 @@ private:
 
 } // namespace
 
+// The clocks of the C library, which Qt reads.
+
+extern "C" int gettimeofday(struct timeval *time, void *) noexcept
+{
+    const qint64 now = timeOfDayAtSetting + (realNanoseconds() - elapsedAtSetting) * timeOfDayRate;
+    *time = {now / 1000000000, now / 1000 % 1000000};
+    return 0;
+}
+
+extern "C" int clock_gettime(clockid_t clock, struct timespec *time) noexcept
+{
+    if (clock != CLOCK_MONOTONIC)
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
+    const qint64 now = realNanoseconds() * elapsedRate;
+    *time = {now / 1000000000, now % 1000000000};
+    return 0;
+}
+
 /// From the mounted medium to the final message: finding and unpacking the package, cleaning up, giving the panel back.
 class RunTest : public QObject
 {
@@ -86,12 +98,13 @@ private slots:
     void packageIsFoundWhateverItsCase();
     void runThatCannotBeginSaysWhy_data();
     void runThatCannotBeginSaysWhy();
-    void unpackedFilesOfAnEarlierRunAreCarriedOutAgain();
+    void unpackedFilesOfAnEarlierRunAreExecutedAgain();
     void failedLineTurnsTheEndRed();
     void cardAndStickKeepTheirFiles_data();
     void cardAndStickKeepTheirFiles();
     void storageOfThePcIsEmptied();
-    void failedStartFromPcFreesTheLoopDeviceForTheNextAttempt();
+    void lastWaitEndsByTheClock_data();
+    void lastWaitEndsByTheClock();
     void keysDuringTheRunOnlyScroll();
     void frameBufferIsUpdatedWithEveryMessage();
 };
@@ -100,15 +113,13 @@ void RunTest::packageIsFoundWhateverItsCase_data()
 {
     QTest::addColumn<QStringList>("names");
     QTest::addColumn<bool>("found");
-    QTest::newRow("plain") << QStringList("firmware_update.tar.bz2") << true;
-    QTest::newRow("something around it") << QStringList("unit7_firmware_update_v2.tar.bz2") << true;
-    QTest::newRow("capitals") << QStringList("FIRMWARE_UPDATE.TAR.BZ2") << true;
-    QTest::newRow("words swapped") << QStringList("update_firmware.tar.bz2") << false;
-    QTest::newRow("hidden") << QStringList(".firmware_update.tar.bz2") << false;
-    QTest::newRow("two") << (QStringList() << "firmware_update.tar.bz2"
-                                           << "old_firmware_update.tar.bz2")
-                         << false;
-    QTest::newRow("none") << QStringList() << false;
+    addRow("plain", QStringList("firmware_update.tar.bz2"), true);
+    addRow("something around it", QStringList("unit7_firmware_update_v2.tar.bz2"), true);
+    addRow("capitals", QStringList("FIRMWARE_UPDATE.TAR.BZ2"), true);
+    addRow("words swapped", QStringList("update_firmware.tar.bz2"), false);
+    addRow("hidden", QStringList(".firmware_update.tar.bz2"), false);
+    addRow("two", QStringList({"firmware_update.tar.bz2", "old_firmware_update.tar.bz2"}), false);
+    addRow("none", QStringList(), false);
 }
 
 void RunTest::packageIsFoundWhateverItsCase()
@@ -131,21 +142,16 @@ void RunTest::runThatCannotBeginSaysWhy_data()
 {
     QTest::addColumn<QString>("kind");
     QTest::addColumn<QString>("message");
-    QTest::newRow("no archive") << "rubbish"
-                                << "red: Failed to extract update files, press F1 to return to the main screen";
-    QTest::newRow("folder of that name") << "folder"
-                                         << "red: Failed to extract update files, press F1 to return to the main "
-                                            "screen";
-    QTest::newRow("blank in the name") << "blank"
-                                       << "red: Failed to extract update files, press F1 to return to the main screen";
-    QTest::newRow("command file that cannot be read")
-        << "unreadable"
-        << "red: Failed to open update file, press F1 to return to the main screen";
-    QTest::newRow("FIFO in place of the command file")
-        << "fifo"
-        << "red: Failed to open update file, press F1 to return to the main screen";
-    QTest::newRow("other top folder") << "top"
-                                      << "red: Failed to open update file, press F1 to return to the main screen";
+    addRow("no archive", "text", "red: Failed to extract update files, press F1 to return to the main screen");
+    addRow("folder of that name", "folder",
+           "red: Failed to extract update files, press F1 to return to the main "
+           "screen");
+    addRow("blank in the name", "blank", "red: Failed to extract update files, press F1 to return to the main screen");
+    addRow("command file that cannot be read", "unreadable",
+           "red: Failed to open update file, press F1 to return to the main screen");
+    addRow("FIFO in place of the command file", "fifo",
+           "red: Failed to open update file, press F1 to return to the main screen");
+    addRow("other top folder", "top", "red: Failed to open update file, press F1 to return to the main screen");
 }
 
 void RunTest::runThatCannotBeginSaysWhy()
@@ -154,7 +160,7 @@ void RunTest::runThatCannotBeginSaysWhy()
     QFETCH(QString, message);
     Instrument instrument;
     const QString package = instrument.insertMedium("mmcblk0p4") + "/" + packageName;
-    if (kind == "rubbish")
+    if (kind == "text")
         instrument.write(package, "this is no archive");
     else if (kind == "folder")
         QDir().mkpath(package);
@@ -180,7 +186,7 @@ void RunTest::runThatCannotBeginSaysWhy()
     QVERIFY2(!QFileInfo("/mnt/update").isSymLink(), "the medium is released by the F1 that follows");
 }
 
-void RunTest::unpackedFilesOfAnEarlierRunAreCarriedOutAgain()
+void RunTest::unpackedFilesOfAnEarlierRunAreExecutedAgain()
 {
     Instrument instrument;
     const QString card = instrument.insertMedium("mmcblk0p4");
@@ -204,9 +210,9 @@ void RunTest::failedLineTurnsTheEndRed()
     Panel panel;
     panel.press(Qt::Key_F3);
     panel.press(Qt::Key_F1);
-    QCOMPARE(panel.redMessages(), QStringList() << "red: Unknown command: NONSENSE:/x"
-                                                << "red: Some of the updates failed, press F1 to return to the main "
-                                                   "screen");
+    QCOMPARE(panel.redMessages(), QStringList({"red: Unknown command: NONSENSE:/x",
+                                               "red: Some of the updates failed, press F1 to return to the main "
+                                               "screen"}));
     QCOMPARE(panel.lastMessage(), panel.redMessages().last());
 }
 
@@ -214,8 +220,8 @@ void RunTest::cardAndStickKeepTheirFiles_data()
 {
     QTest::addColumn<int>("key");
     QTest::addColumn<QString>("device");
-    QTest::newRow("card") << static_cast<int>(Qt::Key_F3) << "mmcblk0p4";
-    QTest::newRow("stick") << static_cast<int>(Qt::Key_F2) << "sda1";
+    addRow("card", static_cast<int>(Qt::Key_F3), "mmcblk0p4");
+    addRow("stick", static_cast<int>(Qt::Key_F2), "sda1");
 }
 
 void RunTest::cardAndStickKeepTheirFiles()
@@ -232,10 +238,9 @@ void RunTest::cardAndStickKeepTheirFiles()
     panel.press(Qt::Key_F1);
     QCOMPARE(panel.lastMessage(), QString(successMessage));
     const QStringList calls = instrument.takeCalls();
-    QCOMPARE(calls.mid(calls.size() - 2), QStringList() << "sync"
-                                                        << "umount /mnt/update");
+    QCOMPARE(calls.mid(calls.size() - 2), QStringList({"sync", "umount /mnt/update"}));
     QCOMPARE(QDir(medium).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
-             QStringList() << "firmware_update" << packageName << "notes.txt");
+             QStringList({"firmware_update", packageName, "notes.txt"}));
     QVERIFY(QFile::exists(medium + "/firmware_update/notes.txt"));
     QVERIFY(!QFileInfo("/mnt/update").isSymLink());
 }
@@ -257,27 +262,7 @@ void RunTest::storageOfThePcIsEmptied()
     QCOMPARE(panel.lastMessage(), QString(successMessage));
     QCOMPARE(QDir(storage).entryList(QDir::NoDotAndDotDot | QDir::AllEntries), QStringList("kept"));
     const QStringList calls = instrument.takeCalls();
-    QCOMPARE(calls.mid(calls.size() - 4), QStringList() << "sync"
-                                                        << "sync"
-                                                        << "umount /mnt/update"
-                                                        << "losetup -d /dev/loop0");
-}
-
-void RunTest::failedStartFromPcFreesTheLoopDeviceForTheNextAttempt()
-{
-    Instrument instrument;
-    const QString storage = instrument.insertMedium("backfile");
-    Panel panel;
-    for (const bool copied : {false, true}) {
-        panel.press(Qt::Key_F1);
-        panel.press(Qt::Key_F1);
-        if (copied)
-            instrument.makePackage(storage + "/" + packageName, "");
-        panel.press(Qt::Key_F1);
-        QCOMPARE(panel.lastMessage() == QString(successMessage), copied);
-        panel.press(Qt::Key_F1);
-        QVERIFY(panel.showsMainScreen());
-    }
+    QCOMPARE(calls.mid(calls.size() - 4), QStringList({"sync", "sync", "umount /mnt/update", "losetup -d /dev/loop0"}));
 }
 
 void RunTest::frameBufferIsUpdatedWithEveryMessage()
@@ -293,24 +278,81 @@ void RunTest::frameBufferIsUpdatedWithEveryMessage()
     QCOMPARE(screen.latePaintings, 0);
 }
 
+void RunTest::lastWaitEndsByTheClock_data()
+{
+    QTest::addColumn<QTime>("begin");
+    QTest::addColumn<QTime>("jump"); ///< of the clock, during the wait
+    QTest::addColumn<int>("leastMs");
+    addRow("five seconds", QTime(12, 0), QTime(), 5000);
+    addRow("clock set back", QTime(12, 0), QTime(11, 0), 10000);
+    addRow("clock passes midnight", QTime(23, 59, 54), QTime(0, 0), 10000);
+}
+
+void RunTest::lastWaitEndsByTheClock()
+{
+    QFETCH(QTime, begin);
+    QFETCH(QTime, jump);
+    QFETCH(int, leastMs);
+    Instrument instrument;
+    instrument.makePackage(instrument.insertMedium("mmcblk0p4") + "/" + packageName, "");
+    Panel panel;
+    panel.press(Qt::Key_F3);
+    elapsedRate = 10;
+    QElapsedTimer elapsed;
+    bool late = false;
+    const QObject listener;
+    connect(panel.messageWindow(), &QTextEdit::textChanged, &listener, [&] {
+        if (panel.lastMessage() != "Finalising update, please wait")
+            return;
+        elapsed.start();
+        timeOfDayRate = 0; // until the wait has begun
+        setTimeOfDay(begin);
+        QTimer::singleShot(0, &listener, [&] {
+            timeOfDayRate = 10;
+            setTimeOfDay(jump.isValid() ? jump : begin);
+        });
+        QTimer::singleShot(60000, &listener, [&] {
+            late = true;
+            setTimeOfDay(QTime(23, 59, 59, 500)); // after each end of the wait
+        });
+    });
+    panel.press(Qt::Key_F1);
+    const qint64 waited = elapsed.elapsed();
+    timeOfDayRate = 100;
+    elapsedRate = 1;
+    QVERIFY(!late);
+    QVERIFY2(waited >= leastMs, qPrintable(QString("only %1 ms").arg(waited)));
+}
+
 void RunTest::keysDuringTheRunOnlyScroll()
 {
     Instrument instrument;
-    QByteArray lines;
-    for (int line = 0; line < 30; ++line)
-        lines += "SYSTEM:NAND\n";
-    instrument.makePackage(instrument.insertMedium("mmcblk0p4") + "/" + packageName, lines);
+    instrument.makePackage(instrument.insertMedium("mmcblk0p4") + "/" + packageName,
+                           QByteArray("SYSTEM:NAND\n").repeated(30));
     Panel panel;
     panel.press(Qt::Key_F3);
-    const ImpatientOperator impatient(&panel);
+    timeOfDayRate = 10; // the keys act after a tenth of a second
+    const QString lastMessage = "Finalising update, please wait";
+    const KeyPresser presser(&panel, lastMessage, {Qt::Key_F1, Qt::Key_F3});
+    const QPushButton *const f1 = panel.button("F1Button");
+    bool f1WasEnabled = true;
+    const QObject listener;
+    connect(panel.messageWindow(), &QTextEdit::textChanged, &listener, [&] {
+        if (panel.lastMessage() != lastMessage || !f1WasEnabled)
+            return;
+        f1WasEnabled = f1->isEnabled();
+        QMetaObject::invokeMethod(const_cast<QPushButton *>(f1), "clicked"); // of a key pressed before the run
+    });
     panel.press(Qt::Key_F1);
+    timeOfDayRate = 100;
 
-    QVERIFY(!impatient.f1WasEnabled);
-    QVERIFY2(!panel.showsMainScreen(), "the F1 pressed during the run is not acted on");
+    QVERIFY(!f1WasEnabled);
+    QVERIFY2(!panel.showsMainScreen(), "the F1 pressed during the run acts");
     QCOMPARE(instrument.takeCalls().filter("tar ").size(), 1);
+    QCOMPARE(presser.messages().value(presser.messages().size() - 1), lastMessage);
     const QScrollBar *scrollBar = panel.messageWindow()->verticalScrollBar();
-    QVERIFY(impatient.scrollPosition < scrollBar->maximum());
-    QCOMPARE(scrollBar->value(), impatient.scrollPosition); // new lines leave the view where the operator put it
+    QVERIFY2(scrollBar->value() < scrollBar->maximum() - scrollBar->singleStep(),
+             "new lines leave the view where the operator put it");
     QVERIFY(panel.messageWindow()->hasFocus());
 }
 

@@ -141,8 +141,7 @@ void ScreensTest::commandLineIsStoredForLaterStarts()
 {
     QTest::ignoreMessage(QtDebugMsg, "1: --avr-enable");
     QTest::ignoreMessage(QtDebugMsg, "2: Telmara");
-    start(QStringList() << "--avr-enable"
-                        << "Telmara");
+    start(QStringList({"--avr-enable", "Telmara"}));
     QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: true");
     QCOMPARE(versionLine(Panel()), QString("Telmara Updater Version: 2.1 "));
 
@@ -155,11 +154,7 @@ void ScreensTest::commandLineIsStoredForLaterStarts()
 
 void ScreensTest::laterArgumentsOverrideEarlierOnes()
 {
-    start(QStringList() << "--pic-enable"
-                        << "Quorvin"
-                        << "--avr-enable"
-                        << "--avr-disable"
-                        << "Ventrix");
+    start(QStringList({"--pic-enable", "Quorvin", "--avr-enable", "--avr-disable", "Ventrix"}));
     QCOMPARE(QSettings().value("PicEnable").toBool(), true);
     QCOMPARE(QSettings().value("AvrEnable").toBool(), false);
     QCOMPARE(QSettings().value("ProductName").toString(), QString("Ventrix"));
@@ -173,8 +168,7 @@ void ScreensTest::unknownArgumentsAreNamedAndNothingIsStored()
     QTest::ignoreMessage(QtDebugMsg, "unknown command line argument: quorvin");
     QTest::ignoreMessage(QtDebugMsg, "2: --PIC-enable");
     QTest::ignoreMessage(QtDebugMsg, "unknown command line argument: --PIC-enable");
-    start(QStringList() << "quorvin"
-                        << "--PIC-enable");
+    start(QStringList({"quorvin", "--PIC-enable"}));
     QVERIFY(QSettings().allKeys().isEmpty());
 }
 

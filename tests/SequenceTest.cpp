@@ -4,6 +4,7 @@
 
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
+#include "tests/Rows.h"
 
 namespace {
 
@@ -37,9 +38,9 @@ void SequenceTest::sdCardIsMountedAndUpdatedFrom()
              QStringList("Insert an SD card containing the update_firmware.tar.bz2 file into the unit "
                          "then press F1"));
     panel.press(Qt::Key_F1);
-    QCOMPARE(instrument.takeCalls(), QStringList() << unmount << "mount /dev/mmcblk0p4 /mnt/update"
-                                                   << "tar jxvf /mnt/update/firmware_update.tar.bz2 -C /tmp"
-                                                   << "sync" << unmount);
+    QCOMPARE(instrument.takeCalls(),
+             QStringList({unmount, "mount /dev/mmcblk0p4 /mnt/update",
+                          "tar jxvf /mnt/update/firmware_update.tar.bz2 -C /tmp", "sync", unmount}));
     QCOMPARE(panel.messages().at(1), QString("Processing update"));
     QVERIFY(panel.lastMessage().startsWith("green: Update complete"));
 
@@ -61,8 +62,7 @@ void SequenceTest::memoryStickIsTriedAsWholeDiskThenByItsFirstPartition()
         if (QLatin1String(device) == QLatin1String("sda")) {
             QCOMPARE(mounts, QStringList("mount /dev/sda /mnt/update"));
         } else {
-            QCOMPARE(mounts, QStringList() << "mount /dev/sda /mnt/update"
-                                           << "mount /dev/sda1 /mnt/update");
+            QCOMPARE(mounts, QStringList({"mount /dev/sda /mnt/update", "mount /dev/sda1 /mnt/update"}));
         }
         const bool mounted = QLatin1String(device) != QLatin1String("sda2");
         QCOMPARE(panel.lastMessage().startsWith("green: "), mounted);
@@ -76,9 +76,8 @@ void SequenceTest::pcIsGivenTheBackingFileOrElseTheCardPartition()
 {
     const QString exportFile = "modprobe g_mass_storage file=/mnt/ubiData/backfile";
     const QString exportPartition = "modprobe g_mass_storage file=/dev/mmcblk0p4";
-    const QStringList start = QStringList() << unmount << "modprobe fsl_usb2_udc" << exportFile;
-    const QStringList release = QStringList() << unmount << "rmmod g_mass_storage"
-                                              << "rmmod fsl_usb2_udc";
+    const QStringList start = QStringList({unmount, "modprobe fsl_usb2_udc", exportFile});
+    const QStringList release = QStringList({unmount, "rmmod g_mass_storage", "rmmod fsl_usb2_udc"});
     for (const bool fileWorks : {true, false, true}) { // the storage of one update leaves nothing to the next
         Instrument instrument;
         const QString storage = instrument.insertMedium(fileWorks ? "backfile" : "mmcblk0p4");
@@ -95,8 +94,8 @@ void SequenceTest::pcIsGivenTheBackingFileOrElseTheCardPartition()
                                              : "Copy the update_firmware.tar.bz2 file to the unit and press F1"));
         instrument.makePackage(storage + "/" + emptyPackage, "");
         panel.press(Qt::Key_F1);
-        const QStringList mount = fileWorks ? QStringList() << "losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile"
-                                                            << "mount -t vfat /dev/loop0 /mnt/update"
+        const QStringList mount = fileWorks ? QStringList({"losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile",
+                                                           "mount -t vfat /dev/loop0 /mnt/update"})
                                             : QStringList("mount /dev/mmcblk0p4 /mnt/update");
         QCOMPARE(instrument.takeCalls(), release + mount << "tar jxvf /mnt/update/firmware_update.tar.bz2 -C /tmp"
                                                          << "sync"
@@ -109,8 +108,8 @@ void SequenceTest::loopDeviceThatStayedAttachedIsDetachedBeforeTheNext_data()
 {
     QTest::addColumn<bool>("mountFails");
     QTest::addColumn<QString>("firstEnd");
-    QTest::newRow("an old kernel refuses to detach it while it is mounted") << false << "losetup -d /dev/loop0";
-    QTest::newRow("it did not mount") << true << "mount -t vfat /dev/loop0 /mnt/update";
+    addRow("an old kernel refuses to detach it while it is mounted", false, "losetup -d /dev/loop0");
+    addRow("it did not mount", true, "mount -t vfat /dev/loop0 /mnt/update");
 }
 
 void SequenceTest::loopDeviceThatStayedAttachedIsDetachedBeforeTheNext()
@@ -150,31 +149,24 @@ void SequenceTest::failedStepEndsTheSequence_data()
     const int pc = Qt::Key_F1;
     const QString backfile = "modprobe g_mass_storage file=/mnt/ubiData/backfile";
     const QString partition = "modprobe g_mass_storage file=/dev/mmcblk0p4";
-    QTest::newRow("device controller does not load")
-        << pc << QStringList("modprobe fsl_usb2_udc") << 1 << "Failed to initialise USB Device Controller"
-        << "modprobe fsl_usb2_udc";
-    QTest::newRow("neither storage can be exported")
-        << pc << (QStringList() << backfile << partition) << 1 << "Failed to initialise PC connection" << partition;
-    QTest::newRow("gadget does not unload")
-        << pc << QStringList("rmmod g_mass") << 2 << "Failed to close PC connection,"
-        << "rmmod g_mass_storage";
-    QTest::newRow("device controller does not unload")
-        << pc << QStringList("rmmod fsl") << 2 << "Failed to close USB device controller,"
-        << "rmmod fsl_usb2_udc";
-    QTest::newRow("loop device cannot be attached")
-        << pc << QStringList("losetup") << 2 << "Failed to create loop device,"
-        << "losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile";
-    QTest::newRow("loop device does not mount") << pc << QStringList("mount -t") << 2 << "Failed to mount loop device,"
-                                                << "mount -t vfat /dev/loop0 /mnt/update";
-    QTest::newRow("exported partition does not mount")
-        << pc << (QStringList() << backfile << "mount") << 2 << "Failed to mount update drive,"
-        << "mount /dev/mmcblk0p4 /mnt/update";
-    QTest::newRow("stick does not mount")
-        << static_cast<int>(Qt::Key_F2) << QStringList("mount") << 1 << "Failed to mount update drive,"
-        << "mount /dev/sda1 /mnt/update";
-    QTest::newRow("card does not mount") << static_cast<int>(Qt::Key_F3) << QStringList("mount") << 1
-                                         << "Failed to mount update drive,"
-                                         << "mount /dev/mmcblk0p4 /mnt/update";
+    addRow("device controller does not load", pc, QStringList("modprobe fsl_usb2_udc"), 1,
+           "Failed to initialise USB Device Controller", "modprobe fsl_usb2_udc");
+    addRow("neither storage can be exported", pc, QStringList({backfile, partition}), 1,
+           "Failed to initialise PC connection", partition);
+    addRow("gadget does not unload", pc, QStringList("rmmod g_mass"), 2, "Failed to close PC connection,",
+           "rmmod g_mass_storage");
+    addRow("device controller does not unload", pc, QStringList("rmmod fsl"), 2,
+           "Failed to close USB device controller,", "rmmod fsl_usb2_udc");
+    addRow("loop device cannot be attached", pc, QStringList("losetup"), 2, "Failed to create loop device,",
+           "losetup -o 4096 /dev/loop0 /mnt/ubiData/backfile");
+    addRow("loop device does not mount", pc, QStringList("mount -t"), 2, "Failed to mount loop device,",
+           "mount -t vfat /dev/loop0 /mnt/update");
+    addRow("exported partition does not mount", pc, QStringList({backfile, "mount"}), 2,
+           "Failed to mount update drive,", "mount /dev/mmcblk0p4 /mnt/update");
+    addRow("stick does not mount", static_cast<int>(Qt::Key_F2), QStringList("mount"), 1,
+           "Failed to mount update drive,", "mount /dev/sda1 /mnt/update");
+    addRow("card does not mount", static_cast<int>(Qt::Key_F3), QStringList("mount"), 1,
+           "Failed to mount update drive,", "mount /dev/mmcblk0p4 /mnt/update");
 }
 
 void SequenceTest::failedStepEndsTheSequence()

@@ -4,7 +4,7 @@
 #include "tests/Instrument.h"
 #include "update/SystemCommand.h"
 
-/// The stand-in tools are held to what the real ones do, or a rehearsal on the bench would prove nothing.
+/// The stand-in tools are held to what the real ones do, or a rehearsal would prove nothing.
 class StandInToolsTest : public QObject
 {
     Q_OBJECT
@@ -14,8 +14,8 @@ private slots:
     void remountNeedsTheMountedRoot();
     void loopDeviceIsBusyUntilItIsDetached();
     void gadgetNeedsItsControllerAndItsStorage();
-    void flashThatIsNotErasedIsSpoiledWithoutAWord();
-    void kernelThatIsTooLargeIsRefused();
+    void flashThatIsNotErasedStoresOldAndNew();
+    void kernelThatIsTooLargeIsRejected();
     void ubiformatWantsAUbiImage();
 };
 
@@ -77,7 +77,7 @@ void StandInToolsTest::gadgetNeedsItsControllerAndItsStorage()
     QCOMPARE(runSystemCommand("modprobe other"), 1);
 }
 
-void StandInToolsTest::flashThatIsNotErasedIsSpoiledWithoutAWord()
+void StandInToolsTest::flashThatIsNotErasedStoresOldAndNew()
 {
     const Instrument instrument;
     instrument.write("/tmp/kernel", QByteArray(3000, '\x55'));
@@ -93,7 +93,7 @@ void StandInToolsTest::flashThatIsNotErasedIsSpoiledWithoutAWord()
     QCOMPARE(runSystemCommand("flash_eraseall /dev/mtd7"), 255);
 }
 
-void StandInToolsTest::kernelThatIsTooLargeIsRefused()
+void StandInToolsTest::kernelThatIsTooLargeIsRejected()
 {
     const Instrument instrument;
     instrument.write("/tmp/kernel", QByteArray(static_cast<int>(QFileInfo("/dev/mtd0").size()) + 1, 'k'));

@@ -91,7 +91,7 @@ void TtyHandlerTest::everyByteValueArrivesUnchanged()
     // Once alone, once in a chunk that is larger than any that the protocols know.
     QVERIFY(line.deliver(everyByte()));
     QVERIFY(line.deliver(everyByte().repeated(15)));
-    QCOMPARE(reader.chunks, QList<QByteArray>() << everyByte() << everyByte().repeated(15));
+    QCOMPARE(reader.chunks, QList<QByteArray>({everyByte(), everyByte().repeated(15)}));
 }
 
 void TtyHandlerTest::everyByteValueIsSentUnchanged()
@@ -122,7 +122,7 @@ void TtyHandlerTest::bytesFromBeforeTheOpeningAreDiscarded()
     TtyHandler handler(port, nullptr);
     const Reader reader(&handler);
     QVERIFY(line.deliver("fresh"));
-    QCOMPARE(reader.chunks, QList<QByteArray>() << "fresh");
+    QCOMPARE(reader.chunks, QList<QByteArray>({"fresh"}));
 }
 
 void TtyHandlerTest::eachActivationSignalsOnce()

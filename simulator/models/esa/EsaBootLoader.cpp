@@ -39,8 +39,9 @@ unsigned int byteAt(const QByteArray &packet, int index)
     return static_cast<unsigned char>(packet.at(index));
 }
 
-bool isSound(const QByteArray &packet, unsigned int number)
+bool isSound(const QByteArray &packet, int block)
 {
+    const unsigned int number = static_cast<unsigned int>(block) % 256;
     return byteAt(packet, 1) == number && byteAt(packet, 2) == 0xFF - number &&
            crc16(packet.mid(headerSize, dataSize)) ==
                byteAt(packet, packetSize - 2) * 256 + byteAt(packet, packetSize - 1);
@@ -168,7 +169,7 @@ void EsaBootLoader::takePacket(const QByteArray &packet)
 {
     const int index = m_BlockCount++;
     const int block = m_StoredSize / dataSize;
-    if (!isSound(packet, block % 256)) {
+    if (!isSound(packet, block)) {
         report(QString::fromLatin1("unsound packet where block %1 is due").arg(block));
         return refuse();
     }

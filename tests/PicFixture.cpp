@@ -1,4 +1,4 @@
-#include "tests/PicBench.h"
+#include "tests/PicFixture.h"
 
 #include <QSignalSpy>
 #include <QTest>
@@ -9,7 +9,7 @@
 
 using namespace simulator;
 
-PicBench::PicBench(int picNumber, const Pic18Device &device) : m_PicNumber(picNumber)
+PicFixture::PicFixture(int picNumber, const Pic18Device &device) : m_PicNumber(picNumber)
 {
     VirtualBoards::Devices devices = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4620, &Pic18Device::pic18f4620,
                                       &Pic18Device::pic18f4620};
@@ -22,7 +22,7 @@ PicBench::PicBench(int picNumber, const Pic18Device &device) : m_PicNumber(picNu
     m_Programmer = std::make_unique<PicProgrammer>(picNumber, nullptr);
 }
 
-bool PicBench::eraseAll()
+bool PicFixture::eraseAll()
 {
     QSignalSpy done(m_Programmer.get(), SIGNAL(eraseDone()));
     m_Programmer->ev_pic_begin_erase();
@@ -31,7 +31,7 @@ bool PicBench::eraseAll()
     return done.size() == 1;
 }
 
-bool PicBench::program(const QByteArray &hexFile, const char *fileName)
+bool PicFixture::program(const QByteArray &hexFile, const char *fileName)
 {
     Instrument::write(fileName, hexFile);
     m_Programmer->programPic(fileName);

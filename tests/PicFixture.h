@@ -1,5 +1,5 @@
-#ifndef TESTS_PICBENCH_H
-#define TESTS_PICBENCH_H
+#ifndef TESTS_PICFIXTURE_H
+#define TESTS_PICFIXTURE_H
 
 #include <QByteArray>
 #include <memory>
@@ -9,10 +9,10 @@
 #include "simulator/models/pic/VirtualBoards.h"
 
 /// New virtual boards with the chosen PIC and its programmer, the other three PICs held in reset as in an update.
-class PicBench
+class PicFixture
 {
 public:
-    explicit PicBench(int picNumber = 1, const simulator::Pic18Device &device = simulator::Pic18Device::pic18f4620);
+    explicit PicFixture(int picNumber = 1, const simulator::Pic18Device &device = simulator::Pic18Device::pic18f4620);
 
     simulator::VirtualBoards &boards() { return simulator::VirtualBoards::installed(); }
     simulator::Pic18Target &target() { return boards().pic(m_PicNumber); }
