@@ -217,7 +217,7 @@ void PicHexTest::verifyFailureStopsTheRun()
     else if (fault == "flip")
         memory.flipOnWrite(0x43, 0x10);
     else
-        memory.programMemory()[0x43] = '\xFB';
+        memory.programMemory()[0x43] = 0xFB;
     const QByteArray third = hexRecord(0, 0x40, "\x21\x22\x23\x24");
     QVERIFY(!fixture.program(hexRecord(0, 0, sequence(16)) + hexRecord(0, 0x10, sequence(16)) + third +
                              hexRecord(0, 0x80, sequence(16))));

@@ -13,6 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     for (const QList<QVariant> &arguments : progress)
         require(arguments.at(0).toInt() >= 1 && arguments.at(0).toInt() <= 100);
     require(fixture.memory().eeprom().bytes().count('\xFF') == fixture.memory().eeprom().size());
-    require(fixture.boards().violations().isEmpty());
+    for (const QString &violation : fixture.boards().violations())
+        require(violation.contains(QLatin1String("write ignored"))); // the file protects memory
     return 0;
 }
