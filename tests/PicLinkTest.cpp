@@ -210,6 +210,8 @@ void PicLinkTest::operationsSendTheirSequences()
         {"write of a pair", [&](PicProgrammer &pic) { pic.vProgramPicFlash(0x1FE, 2, data); },
          entry + "0 8EA6 0 9CA6 " + pointer(0x1FE) + "F 2211 " + programming},
         {"write of half a pair", [&](PicProgrammer &pic) { pic.vProgramPicFlash(0x1FE, 1, data); }, entry.trimmed()},
+        {"verify of an empty record", [](PicProgrammer &pic) { pic.u8VerifyPicRecord(); },
+         entry + pointer(0).trimmed()},
         {"configuration write", [](PicProgrammer &pic) { pic.vProgramPicConfig(0x300006, 0x81); },
          entry + "0 8EA6 0 8CA6 " + pointer(0x300006) + "F 8181 " + programming},
         {"row erase", [](PicProgrammer &pic) { pic.vEraseProgramMemory(0x3F80); }, rowErase + "0 0000"},
@@ -276,12 +278,14 @@ void PicLinkTest::resetTimerReleasesThePicOnce()
     programmer.ev_pic_reset(false);
     QTest::qWait(50); // more than twice the time of the timer, which was not started
     QCOMPARE(traffic, QStringList({"MCLR2=1", "MCLR2 out", "MCLR2=0"}));
-    QElapsedTimer inReset;
-    inReset.start();
-    programmer.ev_pic_reset(true);
-    traffic.clear();
-    QVERIFY(eventually([] { return !traffic.isEmpty(); }));
-    QVERIFY(inReset.elapsed() >= 19);
+    for (int pulse = 0; pulse < 5; ++pulse) { // a busy machine may lengthen one that is too short, but not all
+        QElapsedTimer inReset;
+        inReset.start();
+        programmer.ev_pic_reset(true);
+        traffic.clear();
+        QVERIFY(eventually([] { return !traffic.isEmpty(); }));
+        QVERIFY(inReset.elapsed() >= 19);
+    }
     QTest::qWait(50);
     QCOMPARE(traffic.count("MCLR2 in"), 1);
     QVERIFY(QMetaObject::invokeMethod(&programmer, "endIsp"));
