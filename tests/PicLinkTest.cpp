@@ -297,9 +297,9 @@ void PicLinkTest::deviceIdsHaveNames()
     const QMap<unsigned short, QString> names = {{0x0C07, "PIC18F4620 version 7"}, {0x0E9F, "PIC18F4680 version 31"},
                                                  {0x2740, "PIC18F4682 version 0"}, {0x2761, "PIC18F4685 version 1"},
                                                  {0x1234, "Unknown PIC: 4660"},    {0x0C1F, "PIC18F4620 version 31"}};
-    for (const unsigned short id : names.keys()) {
-        QCOMPARE(*PicProgrammer::pGetPicIdStr(id), names[id]);
-        QCOMPARE(PicProgrammer::u8ValidPicId(id) != 0, names[id].startsWith("PIC18F4620"));
+    for (auto name = names.begin(); name != names.end(); ++name) {
+        QCOMPARE(*PicProgrammer::pGetPicIdStr(name.key()), name.value());
+        QCOMPARE(PicProgrammer::u8ValidPicId(name.key()) != 0, name.value().startsWith("PIC18F4620"));
     }
 }
 

@@ -164,8 +164,8 @@ void PinControllerTest::delaysHaveTheirDurations()
         {DELAY_P10, 100000}, {DELAY_P11, 4000000}, {DELAY_ENTRY, 6000000}, {DELAY_RESET, 6000000},
         {DELAY_SETUP, 1500}, {DELAY_RELEASE, 32},  {DELAY_PULSE, 5000},
     };
-    for (const PIC_DELAY delay : nanoseconds.keys())
-        QCOMPARE(nanosecondsOf(delay), nanoseconds[delay]);
+    for (auto row = nanoseconds.begin(); row != nanoseconds.end(); ++row)
+        QCOMPARE(nanosecondsOf(row.key()), row.value());
 }
 
 void PinControllerTest::loopPassesCoverTheDuration()
