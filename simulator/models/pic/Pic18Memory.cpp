@@ -54,7 +54,9 @@ unsigned char Pic18Memory::read(unsigned int address)
         return 0;
     if (const unsigned char *const byte = cell(address))
         return *byte;
-    return address < deviceIdBegin ? 0 : static_cast<unsigned char>(m_DeviceId >> 8 * (address - deviceIdBegin));
+    if (address < deviceIdBegin)
+        return 0;
+    return static_cast<unsigned char>(m_DeviceId >> 8 * (address - deviceIdBegin));
 }
 
 unsigned char Pic18Memory::readEeprom(unsigned int address) const
