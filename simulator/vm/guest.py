@@ -1,4 +1,4 @@
-"""The virtual machine that plays the instrument: its power, its keys, its display, and a shell inside it."""
+"""The guest, a virtual machine that plays the instrument: its power, its keys, its display, and a shell inside it."""
 
 import json
 import re
@@ -8,15 +8,12 @@ import time
 
 WIDTH, HEIGHT = 320, 240
 SHARE = "/run/host"  # the project's build folder, as the guest sees it
-# A Qt platform without udev finds the keyboard only by name.
-PANEL = "QT_QPA_FB_NO_LIBINPUT=1 QT_QPA_EVDEV_KEYBOARD_PARAMETERS=/dev/input/event0 QT_FONT_DPI=72"
-TRACE = "strace -f -qq -s 200 -e trace=execve,exit_group -e signal=none -o /run/trace"
 TOOLS = ("mount umount losetup modprobe rmmod flash_eraseall nandwrite ubiformat sdimage tar cp sync").split()
 
 
 class Guest:
-    def __init__(self, build, folder, card, root_in_nand=False):
-        """Switches the machine on. `folder` keeps its system disk (root.img) from one start to the next."""
+    def __init__(self, build, folder, root_in_nand):
+        """Switches the guest on. `folder` keeps its system disk (root.img) and its card from one start to the next."""
         self.folder = folder
         guest = build / "acceptance" / "guest"
         sockets = [folder / "shell.socket", folder / "qmp.socket"]
@@ -24,15 +21,15 @@ class Guest:
             path.unlink(missing_ok=True)
         self.qemu = subprocess.Popen(
             ["qemu-system-x86_64", "-accel", "tcg", "-m", "768", "-no-reboot", "-display", "none", "-vga", "none",
-             "-device", "bochs-display,xres=320,yres=240",
+             "-device", f"bochs-display,xres={WIDTH},yres={HEIGHT}",
              "-kernel", guest / "vmlinux", "-initrd", guest / "initrd",
-             "-append", "console=ttyS0 loglevel=4 panic=-1 " + ("root_in_nand" if root_in_nand else ""),
+             "-append", "console=ttyS0 loglevel=4 panic=-1 no_timer_check " + ("root_in_nand" if root_in_nand else ""),
              "-serial", f"file:{folder}/console",
              "-device", "virtio-serial", "-device", "virtserialport,chardev=shell",
              "-chardev", f"socket,id=shell,path={sockets[0]},server=on,wait=off",
              "-qmp", f"unix:{sockets[1]},server=on,wait=off",
              "-drive", f"file={folder}/root.img,if=virtio,format=raw,cache=unsafe",
-             "-device", "sdhci-pci", "-drive", f"file={card},if=none,id=card,format=raw",
+             "-device", "sdhci-pci", "-drive", f"file={folder}/card,if=none,id=card,format=raw",
              "-device", "sd-card,drive=card", "-device", "qemu-xhci,id=usb",
              "-virtfs", f"local,path={build},mount_tag=host,security_model=none,readonly=on"],
             stdin=subprocess.DEVNULL)
@@ -50,8 +47,8 @@ class Guest:
     def _connect(self, path):
         connection = socket.socket(socket.AF_UNIX)
         connection.settimeout(60)
-        wait_until(lambda: path.exists(), 20, "the virtual machine")
-        wait_until(lambda: connection.connect_ex(str(path)) == 0, 20, "the virtual machine")
+        wait_until(lambda: path.exists(), 20, "the guest")
+        wait_until(lambda: connection.connect_ex(str(path)) == 0, 20, "the guest")
         return connection.makefile("rw")
 
     def monitor(self, command, **arguments):
@@ -71,7 +68,7 @@ class Guest:
         return line
 
     def run(self, command):
-        """Carries out a shell command inside; returns its exit status and its output."""
+        """Executes a shell command inside; returns its exit status and its output."""
         self.shell.write("{ " + command + "\n} 2>&1\necho \"--end-- $?\"\n")
         self.shell.flush()
         lines = []
@@ -94,52 +91,47 @@ class Guest:
     def press(self, key):
         self.monitor("send-key", keys=[{"type": "qcode", "data": key}])
 
-    def picture(self, file):
+    def display(self, file=None):
+        """The display's rows of pixels, each red, green and blue; kept as a picture in `file`."""
+        file = file or self.folder / "display.png"
         self.monitor("screendump", filename=str(file), format="png")
-
-    def display(self):
-        """The display's rows of pixels, each red, green and blue."""
-        file = self.folder / "display.ppm"
-        self.monitor("screendump", filename=str(file))
-        pixels = file.read_bytes()[-WIDTH * HEIGHT * 3:]
-        return [[tuple(pixels[at:at + 3]) for at in range(row, row + 3 * WIDTH, 3)]
-                for row in range(0, len(pixels), 3 * WIDTH)]
+        return read_picture(file)
 
     def colours(self):
         return {pixel for row in self.display() for pixel in row}
 
-    def plug(self, image, device="/dev/sda", read_only=False, bytes_per_second=0):
+    def plug(self, image, device="/dev/sda", options=""):
         self.sticks += 1
-        name = f"stick{self.sticks}"
-        self.monitor("object-add", **{"qom-type": "throttle-group", "id": f"speed{self.sticks}",
-                                      "limits": {"bps-total": bytes_per_second}})
-        self.monitor("blockdev-add", **{"node-name": name, "driver": "throttle", "read-only": read_only,
-                                        "throttle-group": f"speed{self.sticks}",
-                                        "file": {"driver": "file", "filename": str(image)}})
-        self.monitor("device_add", driver="usb-storage", id=name, bus="usb.0", drive=name, removable=True)
+        self.monitor("human-monitor-command", **{
+            "command-line": f"drive_add 0 if=none,id=stick{self.sticks},file={image},format=raw{options}"})
+        self.monitor("device_add", driver="usb-storage", id=f"stick{self.sticks}", bus="usb.0",
+                     drive=f"stick{self.sticks}", removable=True)
         wait_until(lambda: self.succeeds(f"test -b {device}"), 20, "the memory stick")
 
     def unplug(self, device="/dev/sda"):
-        name = f"stick{self.sticks}"
-        self.monitor("device_del", id=name)
+        self.monitor("device_del", id=f"stick{self.sticks}")
         wait_until(lambda: not self.succeeds(f"test -b {device}"), 20, "the memory stick to be gone")
-        wait_until(lambda: self._lets_go(name), 20, "the memory stick's file")
-
-    def _lets_go(self, node):
-        try:
-            self.monitor("blockdev-del", **{"node-name": node})
-        except RuntimeError:
-            return False
-        return True
+        self.monitor("human-monitor-command", **{"command-line": f"drive_del stick{self.sticks}"})
 
     def cut_power(self):
         self.qemu.kill()
         self.qemu.wait()
 
+    def trace(self, pid):
+        """Keeps from now on which programs the process and its children run."""
+        self.must(f"strace -f -qq -s 200 -e trace=execve,exit_group -e signal=none -o /run/trace -p {pid} 2>/dev/null &"
+                  f" until grep -q 'TracerPid:.*[1-9]' /proc/{pid}/status; do sleep 0.1; done")
+
     def calls(self):
         """The system tools that ran since the updater was started: (command line, exit status)."""
-        # A unit that has erased its own root file system starts no program any more: then by the shell alone.
+        # An instrument that has erased its own root file system starts no program any more: then by the shell alone.
         return parse_trace(self.run("cat /run/trace || while read -r line; do echo \"$line\"; done </run/trace")[1])
+
+
+def read_picture(file):
+    ppm = subprocess.run(["pngtopnm", file], check=True, capture_output=True).stdout
+    pixels = list(zip(*[iter(ppm[-WIDTH * HEIGHT * 3:])] * 3))
+    return [pixels[at:at + WIDTH] for at in range(0, len(pixels), WIDTH)]
 
 
 def parse_trace(trace):
