@@ -108,11 +108,14 @@ void InterpreterTest::invalidLinesAreNamedAndTheRestGoesOn()
     Instrument instrument;
     Panel panel;
     const Update update(&panel, &instrument,
-                        "\nKERNEL\nFILE:/a:b\nkernel:/uImage\nSYSTEM :NAND\nSYSTEM2:NAND\nSYSTEM:NAND\n");
-    QCOMPARE(update.messages,
-             QStringList({"red: Bad command format.", "red: Bad command format.", "red: Bad command format.",
-                          "red: Unknown command: kernel:/uImage", "red: Unknown command: SYSTEM :NAND",
-                          "red: Unknown command: SYSTEM2:NAND", "System Type set to: NAND"}));
+                        "\nKERNEL\nFILE:/a:b\nkernel:/uImage\nSYSTEM :NAND\nSYSTEM2:NAND\nAPPS:/a\nKERNEL2:/a\n"
+                        "IMAGES:/a\nPROFILE:/a\nSCRIPTS:/a\nSYSTEM:NAND\n");
+    QCOMPARE(update.messages, QStringList({"red: Bad command format.", "red: Bad command format.",
+                                           "red: Bad command format.", "red: Unknown command: kernel:/uImage",
+                                           "red: Unknown command: SYSTEM :NAND", "red: Unknown command: SYSTEM2:NAND",
+                                           "red: Unknown command: APPS:/a", "red: Unknown command: KERNEL2:/a",
+                                           "red: Unknown command: IMAGES:/a", "red: Unknown command: PROFILE:/a",
+                                           "red: Unknown command: SCRIPTS:/a", "System Type set to: NAND"}));
     QVERIFY(!update.succeeded);
     QVERIFY(update.calls.isEmpty());
 }

@@ -262,6 +262,7 @@ void PicUpdateTest::fileIsRejectedBeforeTheFirstPinMoves()
         {"blank before the colon", " " + good, "something before the ':' of a record"},
         {"blank before a record cut short", "\t:0200\n", "something before the ':' of a record"},
         {"byte-order mark", "\xEF\xBB\xBF" + good, "something before the ':' of a record"},
+        {"byte-order mark before a record cut short", "\xEF\xBB\xBF:0200\n", "something before the ':' of a record"},
         {"text before the colon", "x" + good, "something before the ':' of a record"},
         {"NUL bytes", QByteArray(":\0000\0", 5) + "\n", "NUL byte"},
         {"NUL byte after a record", sixteen + QByteArray(1, '\0') + "\n", "NUL byte"},
