@@ -75,7 +75,7 @@ private:
 extern "C" int gettimeofday(struct timeval *time, void *) noexcept
 {
     const qint64 now = timeOfDayAtSetting + (realNanoseconds() - elapsedAtSetting) * timeOfDayRate;
-    *time = {now / 1000000000, now / 1000 % 1000000};
+    *time = {static_cast<time_t>(now / 1000000000), static_cast<suseconds_t>(now / 1000 % 1000000)};
     return 0;
 }
 
@@ -84,7 +84,7 @@ extern "C" int clock_gettime(clockid_t clock, struct timespec *time) noexcept
     if (clock != CLOCK_MONOTONIC)
         return static_cast<int>(syscall(SYS_clock_gettime, clock, time));
     const qint64 now = realNanoseconds() * elapsedRate;
-    *time = {now / 1000000000, now % 1000000000};
+    *time = {static_cast<time_t>(now / 1000000000), static_cast<long>(now % 1000000000)};
     return 0;
 }
 
