@@ -14,7 +14,7 @@ MOST_FAULTS = 3
 # Failures that the update does not report, because it continues all the same or has another way.
 TOLERATED = ("umount ", "losetup -d ", "modprobe g_mass_storage ", "sync")
 SMALLEST_PROGRAM_MEMORY = 0x10000
-CUTS_AT_A_TIME = os.cpu_count()  # with more, an update that waits for a processor reaches its limits
+CUTS_AT_A_TIME = 2 * os.cpu_count()  # an update also waits; with many more, its waits reach their limits
 # What lifts the protection of the boot block and of blocks 0 to 3 is the erase of an update; by configuration byte.
 BLOCK_PROTECTION = {8: 0x0F, 9: 0x40, 10: 0x0F, 11: 0x40}
 OLD_PROGRAM = bytes(range(256)) * (SMALLEST_PROGRAM_MEMORY // 256)
