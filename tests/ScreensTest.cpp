@@ -13,6 +13,7 @@
 #include "app/CommandLine.h"
 #include "platform/Qt5.h"
 #include "screens/UpdaterMainScreen.h"
+#include "tests/DebugLines.h"
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
 
@@ -164,11 +165,10 @@ void ScreensTest::laterArgumentsOverrideEarlierOnes()
 
 void ScreensTest::unknownArgumentsAreNamedAndNothingIsStored()
 {
-    QTest::ignoreMessage(QtDebugMsg, "1: quorvin");
-    QTest::ignoreMessage(QtDebugMsg, "unknown command line argument: quorvin");
-    QTest::ignoreMessage(QtDebugMsg, "2: --PIC-enable");
-    QTest::ignoreMessage(QtDebugMsg, "unknown command line argument: --PIC-enable");
-    start(QStringList({"quorvin", "--PIC-enable"}));
+    const DebugLines debug;
+    start({"quorvin", "--PIC-enable"});
+    QCOMPARE(DebugLines::take(), QStringList({"1: quorvin", "unknown command line argument: quorvin", "2: --PIC-enable",
+                                              "unknown command line argument: --PIC-enable"}));
     QVERIFY(QSettings().allKeys().isEmpty());
 }
 
