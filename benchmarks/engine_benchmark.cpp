@@ -1,11 +1,12 @@
 // What the update engine itself costs for each command line: message, repaint and process start. Every line runs a
 // program that does nothing; an update without lines, which has the same waits, is taken off. And how long the program
-// takes to its first picture, beside a bare window, which this program shows when it has an argument. Runs in the
-// sandbox.
+// takes to its first picture, beside a bare window: with an argument this program shows the one or the other. Runs in
+// the sandbox.
 
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QLabel>
 #include <QProcess>
 #include <QTextEdit>
 #include <QTextStream>
@@ -14,11 +15,9 @@
 #include <cstdlib>
 #include <sys/resource.h>
 
+#include "app/TarselScreenManager.h"
 #include "benchmarks/BenchmarkUpdate.h"
 #include "screens/UpdaterProgressScreen.h"
-#include "simulator/tools/InstrumentState.h"
-
-using namespace simulator;
 
 namespace {
 
@@ -41,24 +40,40 @@ double secondsOfUpdate(int lines)
 }
 
 /// From the start of the program until it has shown its window and ended again.
-double secondsOfStart(const QString &program, const QStringList &arguments)
+double secondsOfStart(const QString &what)
 {
     QElapsedTimer timer;
     timer.start();
-    if (QProcess::execute(program, arguments) != 0)
+    if (QProcess::execute(QApplication::applicationFilePath(), {what}) != 0)
         exit(1);
     return static_cast<double>(timer.nsecsElapsed()) / 1e9;
 }
 
-/// Ends the program when it has painted once.
-class BareWindow : public QWidget
+/// Ends the program when a widget has painted once.
+class FirstPicture : public QObject
 {
-public:
-    BareWindow() : QWidget(nullptr, Qt::FramelessWindowHint) { setGeometry(3, 31, 281, 208); }
-
 protected:
-    void paintEvent(QPaintEvent *) override { QTimer::singleShot(0, qApp, SLOT(quit())); }
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::Paint)
+            QTimer::singleShot(0, qApp, SLOT(quit()));
+        return false;
+    }
 };
+
+int showFirstPicture(const QString &what)
+{
+    FirstPicture picture;
+    qApp->installEventFilter(&picture);
+    if (what == QLatin1String("updater")) {
+        const TarselScreenManager manager(nullptr, Qt::FramelessWindowHint);
+        return QApplication::exec();
+    }
+    QLabel window(QLatin1String("F1"), nullptr, Qt::FramelessWindowHint); // with a text, so that a font is loaded
+    window.setGeometry(3, 31, 281, 208);
+    window.show();
+    return QApplication::exec();
+}
 
 struct Starts
 {
@@ -69,13 +84,11 @@ struct Starts
 /// Medians of starts in turn.
 Starts measureStarts()
 {
-    const QString folder = QApplication::applicationDirPath();
-    InstrumentState::write(InstrumentState::plan, {{"operator", "nobody", "-"}});
     QVector<double> bare;
     QVector<double> updater;
     for (int start = 0; start < starts; ++start) {
-        bare << secondsOfStart(QApplication::applicationFilePath(), {QLatin1String("bare")});
-        updater << secondsOfStart(folder + QLatin1String("/../simulator/virtual-updater"), {});
+        bare << secondsOfStart(QLatin1String("bare"));
+        updater << secondsOfStart(QLatin1String("updater"));
     }
     std::sort(bare.begin(), bare.end());
     std::sort(updater.begin(), updater.end());
@@ -87,11 +100,8 @@ Starts measureStarts()
 int main(int argc, char **argv)
 {
     const QApplication application(argc, argv);
-    if (argc > 1) {
-        BareWindow window;
-        window.show();
-        return QApplication::exec();
-    }
+    if (argc > 1)
+        return showFirstPicture(QString::fromLatin1(argv[1]));
     QTextStream out(stdout);
     const Starts start = measureStarts();
     rusage usage{};
