@@ -18,7 +18,7 @@ bool isUsable(int file)
     return file > 0;
 }
 
-// The line's driver takes a text only whole, in one write. Whether it did shows when the value is read back.
+// The driver of a line needs the whole text in one write. Reading the value back shows whether it was accepted.
 bool writeText(int file, const QString &text)
 {
     if (!isUsable(file))
@@ -47,7 +47,7 @@ bool GpioPinController::createDriver()
 {
     if (!writeText(m_ExportFile, m_Pin))
         return false;
-    // The export has made the line's files; files of an earlier export lead nowhere any more.
+    // The export made new files; descriptors of an earlier export reach the line no more.
     closePinFiles();
     openPinFiles();
     return true;

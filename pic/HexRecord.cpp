@@ -89,7 +89,7 @@ bool holdsRecordAfterItsStart(const QByteArray &text)
     return false;
 }
 
-// What is wrong with a line that is not a record; empty for a comment.
+// Why a line that is not a record is rejected; empty for a comment.
 QString reasonOfText(const QByteArray &line)
 {
     QByteArray text = trimmed(line);

@@ -5,7 +5,7 @@ class MemoryMap;
 
 /// The SoC's pins by register and mask: bit b of a bank's register stands for pin b. A change reads the word, changes
 /// the bits in the mask and writes the word back, by plain loads and stores; it waits for nothing. The registers keep
-/// what was written when a controller goes.
+/// what was written when a controller is destroyed.
 class MemoryMappedPinController
 {
 public:

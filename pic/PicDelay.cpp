@@ -7,7 +7,7 @@ namespace {
 // Below this the clock itself takes too long to read.
 const unsigned int shortestOnClock = 1000;
 
-// The processor is never faster than this: the instrument's ARM9, or whatever else the program is tried on.
+// The processor is never faster than this: the instrument's ARM9, or a host that runs the tests.
 #if defined(__ARM_ARCH) && __ARM_ARCH == 5
 const unsigned int highestMegahertz = 454;
 #else

@@ -17,7 +17,7 @@ PicProgrammer::PicProgrammer(int picNumber, QObject *)
       pPinController(new MemoryMappedPinController(pinControlBlock)),
       iPicNumber(picNumber)
 {
-    // Before anyone else's connections: the target is released when the others hear of the end of the erase phase.
+    // The first connections: the target is released before any other receiver of these signals is called.
     connect(this, SIGNAL(endIsp()), this, SLOT(ev_pic_end_isp()));
     connect(this, SIGNAL(eraseDone()), this, SLOT(ev_pic_end_isp()));
     connect(this, SIGNAL(eraseError()), this, SLOT(ev_pic_end_isp()));

@@ -29,7 +29,7 @@ void holdAllPicsInReset()
 
 /// Programs PIC 1 to 4 with the HEX file `fileName` of the package. Returns 0 when it is erased, programmed with the
 /// whole file and verified, else -1. The file is judged before the first pin moves: a rejected file changes no
-/// PIC. The PICs stay as they are at the end: an instrument that is only partly updated must not start to move.
+/// PIC. At the end the PICs stay as they are: an instrument that is only partly updated must not start to move.
 int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
 {
     m_UpdateFileName = UpdatePaths::packageDirectory + fileName;

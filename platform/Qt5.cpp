@@ -46,7 +46,7 @@ void makeBackdrop()
     qAddPostRoutine(deleteBackdrop);
 }
 
-// Without a window manager nobody else gives the keyboard to the window that is in front.
+// Without a window manager nothing else gives the keyboard to the topmost window.
 void activateFrontWindow()
 {
     const QWidgetList windows = QApplication::topLevelWidgets();

@@ -43,7 +43,7 @@ void UpdaterMainScreen::showMessage(const QString &text)
     box.exec();
 }
 
-// The progress screen has its prompt before it becomes visible, so the type goes first.
+// The type first: the progress screen has its prompt before it becomes visible.
 void UpdaterMainScreen::startUpdate(int updateType)
 {
     emit setUpdateType(updateType);

@@ -65,7 +65,7 @@ void UpdaterProgressScreen::appendFirstPercentage()
     appendLine(tr("<p style=\"color:orange\">0% </p>"));
 }
 
-// The window's last edit is the percentage before this one, so undoing it makes the place for the new one.
+// The window's last edit is the percentage before this one: undoing it removes that percentage.
 void UpdaterProgressScreen::replacePercentage(int percentComplete)
 {
     ui.progressMessageWindow->undo();

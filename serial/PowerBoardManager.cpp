@@ -16,7 +16,7 @@ const char ack = '\x06';
 const char nak = '\x15';
 const char escape = '\x7F';
 
-// What may not stand in a body, and what follows the escape byte in its place.
+// The bytes that are escaped in a body, and what follows the escape byte in place of each.
 struct EscapedByte
 {
     char byte;
@@ -166,7 +166,7 @@ void PowerBoardManager::reSendOrGiveUp()
     }
     m_RetryCount = 0;
     emit txFailed();
-    // A receiver of the signal may have given a command, and the queue may be on its way again.
+    // A receiver of the signal may have given a command that is already in flight.
     if (!frameIsInFlight() && !m_CommandQueue.isEmpty())
         sendNextCommand();
 }

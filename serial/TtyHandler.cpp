@@ -71,7 +71,7 @@ void TtyHandler::drain()
 
 void TtyHandler::notify(int)
 {
-    // A port that is gone counts as readable for ever, and the event loop would do nothing else any more.
+    // A port that hung up stays readable, and would keep the event loop busy.
     if (events(0) & POLLHUP) {
         qDebug() << "Serial port hung up";
         m_Notifier->setEnabled(false);
@@ -81,7 +81,7 @@ void TtyHandler::notify(int)
         dropUnread();
 }
 
-// Bytes that nobody reads would activate the notifier again and again, and keep a core busy.
+// Bytes that are not read would activate the notifier again and again, and keep the processor busy.
 void TtyHandler::dropUnread()
 {
     const QByteArray bytes = readAll();

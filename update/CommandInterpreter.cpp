@@ -71,7 +71,7 @@ bool UpdaterProgressScreen::processCommandLine(const UpdateLine &line)
 
 bool UpdaterProgressScreen::processApp(const UpdateLine &line, const QString &failureText)
 {
-    // The copy is tried whatever became of the remount: the root may have been writable before.
+    // The copy is made also after a failed remount: the root may have been writable before.
     const bool remounted = succeeded(runSystemCommand(QLatin1String(remountCommand())), failureText);
     const QString copyCommand = QLatin1String("cp ") + UpdatePaths::packageDirectory + line.argument +
                                 QLatin1Char(' ') + UpdatePaths::mainApplication;

@@ -15,7 +15,7 @@ int runSystemCommand(const QString &commandLine)
 
     QProcess process;
     process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.setStandardInputFile(QLatin1String("/dev/null")); // there is nobody who could type
+    process.setStandardInputFile(QLatin1String("/dev/null")); // the operator has no keyboard
     const QString program = arguments.takeFirst();
     process.start(program, arguments);
     if (!process.waitForFinished(-1) || process.error() == QProcess::FailedToStart)

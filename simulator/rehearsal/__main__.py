@@ -42,7 +42,7 @@ def parse_arguments():
     rehearse.add_argument("package", type=running.existing_package)
     running.add_arguments(rehearse)
     rehearse.add_argument("--faults", type=matching("[0-9]{1,9}", "a number of up to 9 digits"), metavar="SEED", help="""a
-        further update with one to three faults, drawn by the number SEED; good when every line that meets one fails in red
+        further update with one to three faults, chosen by the number SEED; good when every line that meets one fails in red
         and the update, repeated without them, is good""")
     rehearse.add_argument("--power-cut", type=matching("[1-9][0-9]*|all", "a number or all"), metavar="N|all",
                           help="""a further update that ends after the Nth call of a system tool, or one for each call and

@@ -66,7 +66,7 @@ class FurtherUpdates:
         result = FurtherUpdate(f"An update with the faults of seed {seed}")
         faults = FaultPlan(seed, undisturbed, self._package).faults
         if not faults:
-            result.add("nothing to draw from", "FAILED")
+            result.add("no fault matters to this update", "FAILED")
             return result
         for fault in faults:
             result.add(f"fault: {fault.description}")
@@ -140,7 +140,7 @@ class Fault:
 
 
 class FaultPlan:
-    """One to three faults, drawn by a seed among those that an undisturbed update shows to matter."""
+    """One to three faults, chosen by a seed among those that matter to the undisturbed update."""
 
     def __init__(self, seed, undisturbed, package):
         self._random = random.Random(seed)
@@ -154,7 +154,7 @@ class FaultPlan:
                 place = places.pop(self._random.randrange(len(places)))
                 candidates = self._faults_at(place)
             if candidates and place is None:
-                self.faults = [self._random.choice(candidates)]  # the others would not happen
+                self.faults = [self._random.choice(candidates)]  # no line is executed, so no other fault happens
                 return
             if candidates:
                 self.faults.append(self._random.choice(candidates))
@@ -172,7 +172,7 @@ class FaultPlan:
                 for command, code in calls if code == 0 and not command.startswith(TOLERATED)]
 
     def _lines_that_call(self, command):
-        """A tool fails in every command line that begins like the drawn one."""
+        """A tool fails in every command line that begins like the chosen one."""
         return [line.number for line in self._undisturbed.lines if line.facts["kind"] != "SCRIPT"
                 and any(other.startswith(command) for other, _ in line.calls)]
 
@@ -198,7 +198,7 @@ class FaultPlan:
                  if later.number >= line.number and later.facts.get("board") == board]
         block = self._random.randrange(blocks)
         return [Fault(("esa", board, "silent"), f"the ESA {board} board never asks for the image", lines),
-                Fault(("esa", board, "refused", block), f"the ESA {board} board refuses block {block}", lines),
+                Fault(("esa", board, "refused", block), f"the ESA {board} board rejects block {block}", lines),
                 Fault(("esa", board, "unanswered", block), f"the ESA {board} board's reply to block {block} is lost", lines)]
 
 
