@@ -1,6 +1,7 @@
 #include "update/UpdateLine.h"
 
-#include <QtGlobal>
+#include <QBuffer>
+#include <QTextStream>
 
 namespace {
 
@@ -72,6 +73,18 @@ SYSTEM_TYPE systemTypeOf(const QString &argument)
 }
 
 } // namespace
+
+QStringList UpdateLine::linesOf(const QByteArray &content)
+{
+    QStringList lines;
+    QBuffer buffer; // decoded first, so that a CR of a UTF-16 file is found as well
+    buffer.setData(content);
+    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
+    QTextStream stream(&buffer);
+    while (!stream.atEnd())
+        lines << stream.readLine();
+    return lines;
+}
 
 UpdateLine::UpdateLine(const QString &text)
     : kind(Malformed),

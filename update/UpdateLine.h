@@ -24,6 +24,9 @@ struct UpdateLine
         QString filledIn(const QString &translation) const;
     };
 
+    /// The lines of a command file with this content, without their line ends.
+    static QStringList linesOf(const QByteArray &content);
+
     /// `text` is the line without its line end.
     explicit UpdateLine(const QString &text);
 

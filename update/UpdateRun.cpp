@@ -1,13 +1,12 @@
 // The update run: finds the one package on the mounted medium, unpacks it, executes its command file, cleans up.
 
-#include <QBuffer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QTextStream>
 
 #include "screens/UpdaterProgressScreen.h"
 #include "update/SystemCommand.h"
+#include "update/UpdateLine.h"
 #include "update/UpdatePaths.h"
 
 using namespace UpdatePaths;
@@ -27,17 +26,6 @@ int unpack(const QString &package)
 {
     return runSystemCommand(QLatin1String("tar jxvf ") + mountPoint + QLatin1Char('/') + package +
                             QLatin1String(" -C ") + unpackDirectory);
-}
-
-QStringList linesOf(QByteArray *content)
-{
-    QStringList lines;
-    QBuffer buffer(content); // decoded first, so that a CR of a UTF-16 file is found as well
-    buffer.open(QIODevice::ReadOnly | QIODevice::Text);
-    QTextStream stream(&buffer);
-    while (!stream.atEnd())
-        lines << stream.readLine();
-    return lines;
 }
 
 // Directories are listed too; deleting one as a file fails, and it stays.
@@ -62,11 +50,11 @@ void UpdaterProgressScreen::performUpdate()
         return abandonUpdate(tr("Failed to extract update files, press F1 to return to the main screen\n"));
     QFile file(commandFile);
     const bool opened = QFileInfo(file).isFile() && file.open(QIODevice::ReadOnly); // a FIFO would block
-    QByteArray content = opened ? file.readAll() : QByteArray();
+    const QByteArray content = opened ? file.readAll() : QByteArray();
     if (!opened || file.error() != QFile::NoError)
         return abandonUpdate(tr("Failed to open update file, press F1 to return to the main screen\n"));
 
-    const bool allSucceeded = processCommandList(linesOf(&content));
+    const bool allSucceeded = processCommandList(UpdateLine::linesOf(content));
 
     appendLine(tr("Removing temporary files\n"));
     file.close();

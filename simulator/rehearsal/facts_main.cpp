@@ -154,15 +154,14 @@ int main(int argc, char **argv)
     QFile commandFile(package.filePath(QFileInfo(UpdatePaths::commandFile).fileName()));
     QJsonArray lines;
     QJsonObject hexFiles;
-    if (commandFile.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        QTextStream stream(&commandFile);
-        while (!stream.atEnd()) {
-            const QJsonObject line = describe(stream.readLine());
-            const QString path = line["argument"].toString();
-            lines << line;
-            if (line.contains("pic") && QFileInfo(package.path() + path).isFile())
-                hexFiles[path] = describeHexFile(package.path() + path);
-        }
+    const bool opened = QFileInfo(commandFile).isFile() && commandFile.open(QIODevice::ReadOnly); // a FIFO would block
+    const QStringList texts = UpdateLine::linesOf(opened ? commandFile.readAll() : QByteArray());
+    for (const QString &text : texts) {
+        const QJsonObject line = describe(text);
+        const QString path = line["argument"].toString();
+        lines << line;
+        if (line.contains("pic") && QFileInfo(package.path() + path).isFile())
+            hexFiles[path] = describeHexFile(package.path() + path);
     }
     const QJsonObject facts{{"archivePattern", UpdatePaths::packagePattern},
                             {"folder", package.dirName()},
