@@ -1,5 +1,8 @@
 #include "app/TarselScreenManager.h"
 
+#include <QApplication>
+#include <QKeyEvent>
+
 #include "screens/ScreenTypes.h"
 #include "screens/UpdaterMainScreen.h"
 #include "screens/UpdaterProgressScreen.h"
@@ -29,12 +32,21 @@ TarselScreenManager::TarselScreenManager(QWidget *parent, Qt::WindowFlags flags)
     connect(m_MainScreen, SIGNAL(setUpdateType(int)), m_ProgressScreen, SLOT(setUpdateType(int)));
     connect(m_ProgressScreen, SIGNAL(requestChangeScreen(int)), this, SLOT(changeScreen(int)));
 
+    QApplication::instance()->installEventFilter(this);
     m_Screens->show();
 }
 
 TarselScreenManager::~TarselScreenManager()
 {
     delete m_Screens;
+}
+
+bool TarselScreenManager::eventFilter(QObject *watched, QEvent *event)
+{
+    const bool repeats = event->type() == QEvent::ShortcutOverride && static_cast<QKeyEvent *>(event)->isAutoRepeat();
+    if (repeats)
+        event->accept(); // an accepted key triggers no shortcut
+    return repeats || QWidget::eventFilter(watched, event);
 }
 
 void TarselScreenManager::changeScreen(int index)

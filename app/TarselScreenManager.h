@@ -17,6 +17,9 @@ public:
     TarselScreenManager(QWidget *parent, Qt::WindowFlags flags);
     ~TarselScreenManager() override;
 
+    /// Lets a function key act once for each press: a held F1 would end the export to a PC before a package is copied.
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 protected slots:
     /// Shows the screen at `index` (ScreenIndex); an index that the stack does not hold changes nothing.
     void changeScreen(int index);
