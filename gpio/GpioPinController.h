@@ -18,7 +18,7 @@ public:
 
     /// Exports the line and opens its files.
     bool createDriver();
-    /// Takes the export back.
+    /// Unexports the line.
     bool removeDriver();
 
     /// "in" or "out".

@@ -6,10 +6,10 @@
 
 /// A line of an Intel HEX file as a value: a record, a comment, or the reason for rejecting the file.
 ///
-/// A line that begins with ":" must begin with one whole record whose length and checksum fit. So must one that holds
-/// such a record at the same positions after another first character. Text may follow a record, a second record or a
-/// hexadecimal digit may not. Rejected too are a record that lost its ":" or has something before it, and NUL bytes:
-/// each is a corrupt record, and its bytes would be missing in the PIC. Every other line is a comment.
+/// A line is a record when its characters from the second on form a record of correct length and checksum. Text may
+/// follow a record; a second record or a hexadecimal digit may not. Rejected are every other line that begins with ":",
+/// a record that lost its ":" or has something before it, and NUL bytes: each is a corrupt record, and its bytes would
+/// be missing in the PIC. Every other line is a comment.
 struct HexRecord
 {
     enum Kind { Record, Comment, Rejected };
@@ -30,7 +30,7 @@ struct HexRecord
     };
 
     static const int longestData = 100;  ///< bytes
-    static const int longestLine = 1000; ///< characters; about twice the longest record that there can be
+    static const int longestLine = 1000; ///< characters; the longest record has 521
 
     /// `line` as it was read, with or without its line end. An empty one stands for a failed read and is rejected.
     explicit HexRecord(const QByteArray &line);

@@ -4,15 +4,15 @@
 class MemoryMap;
 
 /// The SoC's pins by register and mask: bit b of a bank's register stands for pin b. A change reads the word, changes
-/// the bits in the mask and writes the word back, by plain loads and stores; it waits for nothing. The registers keep
+/// the bits in the mask and writes the word back, by plain loads and stores. The registers keep
 /// what was written when a controller is destroyed.
 class MemoryMappedPinController
 {
 public:
     enum PIN_DIRECTION { PIN_INPUT = 0, PIN_OUTPUT = 1 };
 
-    /// Maps the page of registers at the page-aligned address `physicalBase`. Without the mapping (one debug line says
-    /// so) nothing is ever written and every value reads false.
+    /// Maps the page of registers at the page-aligned address `physicalBase`. Without the mapping (reported in one
+    /// debug line) nothing is ever written and every value reads false.
     explicit MemoryMappedPinController(unsigned int physicalBase);
     ~MemoryMappedPinController();
 

@@ -26,8 +26,8 @@ inline constexpr PicDelayRow picDelays[] = {
     {DELAY_CLOCK, 32},      // each half period of PGC
     {DELAY_COMMAND, 32},    // after a 4-bit command
     {DELAY_OPERAND, 32},    // after an operand byte
-    {DELAY_P9, 1000000},    // PGC high while the target programs, or erases a row: the chip's minimum
-    {DELAY_P10, 100000},    // PGC low after programming or erasing: the chip's minimum
+    {DELAY_P9, 1000000},    // PGC high while the target programs, or erases a row: the chip's minimum is 1 ms
+    {DELAY_P10, 100000},    // PGC low after programming or erasing: the chip's minimum is 100 us
     {DELAY_P11, 4000000},   // bulk erase: three in a row, more than twice the chip's minimum of 5 ms
     {DELAY_ENTRY, 6000000}, // after the release of MCLR
     {DELAY_RESET, 6000000}, // MCLR low before the enable line rises

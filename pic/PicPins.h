@@ -24,8 +24,8 @@ inline constexpr PicPin ispEnablePin = {0x700, 0xB00, 1U << 17};
 
 /// The MCLR line of PIC 1 to 4; null for any other number. High releases the PIC, low holds it in reset.
 const PicPin *mclrPin(int picNumber);
-/// The MCLR of PIC 1: the boards wire it to the selection of an ESA board as well. Low reaches the IO board, high the
-/// Measurement board, and lets PIC 1 out of reset.
+/// The MCLR of PIC 1: the boards wire it to the selection of an ESA board as well. Low selects the IO board. High
+/// selects the Measurement board and releases PIC 1.
 const PicPin &esaSelectPin();
 
 /// Drives the MCLR line of PIC 1 to 4 low. Touches no line for any other number.

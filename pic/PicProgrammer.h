@@ -21,7 +21,7 @@ const QEvent::Type PIC_ERASE_EVENT = QEvent::User;
 ///
 /// The target never answers a command, so an absent or broken one shows only in the blank check and the verify.
 /// Operations that "enter" start with vEnterIspMode(), whatever the target was doing; the others that talk to the
-/// target need programming mode on entry. None ends it but vRestoreIo().
+/// target need programming mode on entry. Only vRestoreIo() and ev_pic_reset() end it.
 class PicProgrammer : public QObject
 {
     Q_OBJECT
@@ -38,7 +38,7 @@ public:
 
     /// The run has ended.
     bool isFinished() const { return bFinished; }
-    /// The run has programmed the whole file.
+    /// Valid after isFinished(): the run has programmed the whole file.
     bool isProgrammed() const { return bProgrammed; }
     /// Holds the PIC in reset, for 20 ms if `startTimer`.
     void ev_pic_reset(bool startTimer);
@@ -73,7 +73,7 @@ public:
     /// Enters and compares the current record with the target. 0, or 1 and u32VerifyAddress, u8VerifyCorrect and
     /// u8VerifyActual.
     unsigned char u8VerifyPicRecord();
-    // The updater does not use the rest.
+    // Not used by the updater, up to ev_pic_read():
     /// Enters, reads device id and configuration bytes, restores; returns the id.
     unsigned short u16ReadPic();
     /// Reads 16 bytes of program memory into au8ReadPicData.
@@ -83,7 +83,7 @@ public:
     /// Enters and reads a byte of data EEPROM.
     unsigned char u8ReadPicEeprom(unsigned short address);
     /// Enters, writes a byte of data EEPROM and waits for the target. False when the target's write-in-progress bit
-    /// stays set for more than twice the longest write.
+    /// is still set after more than 10 ms; a write takes 4 ms at most.
     bool vWritePicEeprom(unsigned short address, unsigned char value);
     /// Reads EEPROM bytes 0 to 15 into au8ReadPicData.
     void vReadEepromBlock();

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_QT5_H
 #define PLATFORM_QT5_H
 
-// What Qt 5 does otherwise than the instrument's Qt 4.7 for Embedded Linux.
+// What Qt 5 does differently from the instrument's Qt 4.7 for Embedded Linux.
 
 #include <QtGlobal>
 

@@ -53,7 +53,7 @@ protected slots:
     /// Prepares the sequence for the source `updateType` (UpdateType) and shows its prompt.
     void setUpdateType(int updateType);
 
-    // pic/PicUpdate.cpp: what the programmer of the running step reports
+    // pic/PicUpdate.cpp: what the programmer of the running PIC line reports
     void picEraseComplete();
     void picEraseError();
     void picLineProgrammed(int percentComplete);
@@ -118,12 +118,12 @@ private:
     int m_UpdateType = UpdateViaPc;
     int m_UpdateState = StatePcConnect;
     SYSTEM_TYPE m_SystemType = SYSTEM_NAND;
-    PicProgrammer *m_PicProgrammer = nullptr; ///< of the running PIC step
-    QString m_UpdateFileName;                 ///< of the running PIC step or ESA update, with its path
+    PicProgrammer *m_PicProgrammer = nullptr; ///< of the running PIC line
+    QString m_UpdateFileName;                 ///< of the running PIC line or ESA update, with its path
     QFile *m_EsaFile = nullptr;               ///< the image of the running ESA update
     TtyHandler *m_TtyHandler;
     bool m_EsaTransferActive = false;
-    bool m_EsaMBoardEntered = false;  ///< the board was asked to enter its boot loader; once a run is enough
+    bool m_EsaMBoardEntered = false;  ///< the board was asked to enter its boot loader; once after each start of the program
     bool m_EsaIoBoardEntered = false; ///< likewise
     bool m_EsaUpdateFinished = false;
     bool m_EsaUpdateSucceeded = false;

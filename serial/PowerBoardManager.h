@@ -19,7 +19,7 @@ class TtyHandler;
 /// One frame is in flight at a time; commands given meanwhile wait in a queue. A frame is sent again on a NAK and after
 /// five seconds without an answer, three times at most.
 ///
-/// The state of reception is shared by all objects of the class: a process has one power board.
+/// Whether a frame has begun is shared by all objects of the class: a process has one power board.
 class PowerBoardManager : public QObject
 {
     Q_OBJECT
@@ -30,7 +30,7 @@ public:
 
     virtual void sendGetVersionCommand();
     virtual void sendGetCalDataCommand();
-    /// Sets the calibration date to `dateTime` as it stands, in whatever time zone it is.
+    /// Sets the calibration date to `dateTime` without conversion of its time zone.
     virtual void sendSetCalDataCommand(QDateTime dateTime);
     virtual void sendStartTestCommand(unsigned char test);
     void sendStopTestCommand();

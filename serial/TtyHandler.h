@@ -13,13 +13,13 @@ class QSocketNotifier;
 /// readyRead() and read with readAll(), which never blocks. While nothing is connected to that signal they are dropped.
 ///
 /// A port that cannot be opened leaves a handler whose isOpen() is true, which sends nothing and never receives
-/// anything. Every failure is one line on the debug output and nothing else.
+/// anything. A failure to open, set or write to the port is one line on the debug output.
 class TtyHandler : public QIODevice
 {
     Q_OBJECT
 
 public:
-    /// `device` is the path of the port. What it had received before is thrown away.
+    /// `device` is the path of the port. What it had received before is discarded.
     TtyHandler(const QString &device, QObject *parent);
     ~TtyHandler() override;
 

@@ -10,6 +10,7 @@
 #include <QTextDocument>
 #include <QTextDocumentFragment>
 #include <QTextStream>
+#include <iterator>
 
 #include "pic/HexRecord.h"
 #include "pic/PicPins.h"
@@ -23,6 +24,7 @@ namespace {
 
 const char *const kinds[] = {"malformed", "unknown", "SYSTEM", "APP", "KERNEL",
                              "IMAGE",     "FILE",    "SCRIPT", "PIC", "ESA"};
+static_assert(std::size(kinds) == UpdateLine::Esa + 1, "a name for each UpdateLine::Kind");
 
 bool isExecutable(const UpdateLine &line)
 {

@@ -4,6 +4,7 @@ import argparse
 import os
 import pathlib
 import random
+import re
 import shutil
 import subprocess
 import sys
@@ -25,8 +26,9 @@ def fail(text):
 def add_arguments(parser, boards=True):
     parser.add_argument("--build", type=pathlib.Path, metavar="FOLDER", default=PROJECT / "build/release",
                         help="the project's build folder (default: build/release)")
-    parser.add_argument("--output", type=pathlib.Path, metavar="FOLDER", default=PROJECT / "build" / parser.prog.split()[-1],
-                        help=f"where the virtual instrument and the pictures go (default: build/{parser.prog.split()[-1]})")
+    name = re.split("[ /]", parser.prog)[-1]
+    parser.add_argument("--output", type=pathlib.Path, metavar="FOLDER", default=PROJECT / "build" / name,
+                        help=f"where the virtual instrument and the pictures go (default: build/{name})")
     parser.add_argument("--source", choices=["sd", "stick", "pc"], default="sd",
                         help="where the update comes from (default: sd)")
     if boards:
