@@ -12,7 +12,6 @@
 #include "tests/Instrument.h"
 
 using namespace simulator;
-using Faults = EsaBootLoader::Faults;
 
 namespace {
 
@@ -37,14 +36,6 @@ void feed(EsaBootLoader *board, const QList<QByteArray> &chunks)
         for (int turn = 0; turn < 4; ++turn)
             QCoreApplication::processEvents();
     }
-}
-
-template <typename Value>
-Faults with(Value Faults::*fault, Value value)
-{
-    Faults faults;
-    faults.*fault = value;
-    return faults;
 }
 
 void selectBoard(ESA_BOARD_ID board)
@@ -106,51 +97,39 @@ void EsaBoardsTest::init()
 {
     VirtualBoards::install(
         {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
+    selectBoard(ESA_IO_BOARD);
 }
 
 void EsaBoardsTest::boardAnswersAsAnXmodemReceiver()
 {
     const QByteArray end("\x04");
     const QByteArray corrupt = packet(0, QByteArray("\xE8\x00", 2));
-    QList<QByteArray> tooLarge = {"B3"};
+    QList<QByteArray> large = {"B3"};
     for (int number = 0; number <= EsaBootLoader::eepromSize / 128; ++number)
-        tooLarge << packet(number);
+        large << packet(number);
     const struct
     {
         const char *name;
-        Faults faults;
         QList<QByteArray> chunks;
         QByteArray answers; // A: ACK, N: NAK, X: CAN
         int imageSize;
         const char *violations;
     } rows[] = {
-        {"two blocks", {}, {"B2", packet(0), packet(1), end}, "CAAA", 256, ""},
-        {"EEPROM", {}, {"B3", packet(0), end}, "CAA", 128, ""},
-        {"empty image", {}, {"B2", end}, "CA", 0, ""},
-        {"end left out", {}, {"B2", packet(0)}, "CA", 0, ""},
-        {"entered twice", {}, {"B", "B2"}, "C", 0, ""},
-        {"not entered", {}, {"2"}, "", 0, "byte 0x32 for the measuring program"},
-        {"unknown", {}, {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
-        {"early", {}, {"B2xy"}, "C", 0, "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
-        {"corrupt", {}, {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "unsound packet where block 0 is due"},
-        {"counted from 1", {}, {"B2", packet(1)}, "CN", 0, "unsound packet where block 0 is due"},
-        {"command in a transfer", {}, {"B2", packet(0), "2"}, "CA", 0, "byte 0x32 between blocks"},
-        {"large",
-         {},
-         tooLarge << "3",
-         "C" + QByteArray(32, 'A') + "XXC",
-         0,
-         "block 32 is beyond the end of the memory"},
-        {"refused block", with(&Faults::refusedBlock, 0), {"B2", packet(0), "2", packet(0), end}, "CNAA", 128, ""},
-        {"unanswered block", with(&Faults::unansweredBlock, 0), {"B2", packet(0), "2", packet(1)}, "CA", 0, ""},
-        {"cancelled block", with(&Faults::cancelledBlock, 0), {"B2", packet(0), "2"}, "CXXC", 0, ""},
-        {"refused end", with(&Faults::refusedEnd, true), {"B2", packet(0), end, "2"}, "CAN", 0, ""},
-        {"silent", with(&Faults::silentAfterCommand, true), {"B2", "2"}, "", 0, ""},
-        {"rubbish", with(&Faults::rubbishAfterReply, QByteArray("x")), {"B2", packet(0)}, "CAx", 0, ""},
+        {"two blocks", {"B2", packet(0), packet(1), end}, "CAAA", 256, ""},
+        {"EEPROM", {"B3", packet(0), end}, "CAA", 128, ""},
+        {"empty image", {"B2", end}, "CA", 0, ""},
+        {"end left out", {"B2", packet(0)}, "CA", 0, ""},
+        {"entered twice", {"B", "B2"}, "C", 0, ""},
+        {"not entered", {"2"}, "", 0, "byte 0x32 for the measuring program"},
+        {"unknown", {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
+        {"early", {"B2xy"}, "C", 0, "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
+        {"corrupt", {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "unsound packet where block 0 is due"},
+        {"counted from 1", {"B2", packet(1)}, "CN", 0, "unsound packet where block 0 is due"},
+        {"command in a transfer", {"B2", packet(0), "2"}, "CA", 0, "byte 0x32 between blocks"},
+        {"large", large << "3", "C" + QByteArray(32, 'A') + "XXC", 0, "block 32 is beyond the end of the memory"},
     };
     for (const auto &row : rows) {
         EsaBootLoader board(row.name, noTimes);
-        board.faults = row.faults;
         QByteArray answers;
         QStringList violations;
         connect(&board, &EsaBootLoader::sends, [&answers](const QByteArray &bytes) { answers += bytes; });
@@ -205,20 +184,17 @@ void EsaBoardsTest::powerCutKeepsTheMemories()
 
 void EsaBoardsTest::boardTakesItsTime()
 {
-    selectBoard(ESA_IO_BOARD);
     EsaBoards boards(nullptr);
     boards.times = {50, 100, 50};
     const Port port;
     QElapsedTimer timer;
     timer.start();
     port.send("B2");
-    while (port.received().isEmpty())
-        QCoreApplication::processEvents();
-    QVERIFY(timer.elapsed() >= 150);
-    while (port.received().isEmpty())
-        QCoreApplication::processEvents();
-    QVERIFY(timer.elapsed() >= 200);
-
+    for (const int askedAfter : {150, 200}) {
+        while (port.received().isEmpty())
+            QCoreApplication::processEvents();
+        QVERIFY(timer.elapsed() >= askedAfter);
+    }
     timer.start();
     port.send(packet(0));
     port.drain();
@@ -230,13 +206,13 @@ void EsaBoardsTest::boardTakesItsTime()
 void EsaBoardsTest::byteBelongsToTheBoardThatIsSelectedWhenItArrives()
 {
     for (const bool drained : {true, false}) {
+        selectBoard(ESA_IO_BOARD);
         EsaBoards boards(nullptr);
         boards.byteNanoseconds = 100000000;
         QStringList reported;
         boards.onViolation = [&reported](const QString &text) {
             reported << text;
         };
-        selectBoard(ESA_IO_BOARD);
         const Port port;
         port.send("B");
         if (drained)
@@ -253,7 +229,6 @@ void EsaBoardsTest::oldBoardAsksUntilThePinMoves()
 {
     EsaBoards boards(nullptr);
     boards.times = noTimes;
-    selectBoard(ESA_IO_BOARD);
     const Port port;
     port.send("B3");
     port.drain();
@@ -267,10 +242,8 @@ void EsaBoardsTest::oldBoardAsksUntilThePinMoves()
 
 void EsaBoardsTest::boardHearsItsOwnSettingsOnly()
 {
-    selectBoard(ESA_IO_BOARD);
-    const tcflag_t otherSettings[] = {B9600 | CS8, B115200 | CS8 | PARENB, B115200 | CS8 | CSTOPB,
-                                      B115200 | CS8 | CRTSCTS};
-    for (const tcflag_t flags : otherSettings) {
+    const tcflag_t others[] = {B9600 | CS8, B115200 | CS8 | PARENB, B115200 | CS8 | CSTOPB, B115200 | CS8 | CRTSCTS};
+    for (const tcflag_t flags : others) {
         EsaBoards boards(nullptr);
         const Port port(flags | CLOCAL | CREAD);
         port.send("B");
