@@ -1,14 +1,12 @@
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicPins.h"
 #include "serial/EsaBoard.h"
+#include "serial/TtyHandler.h"
 #include "simulator/models/esa/EsaBoards.h"
-#include "simulator/models/pic/VirtualBoards.h"
 #include "tests/Instrument.h"
 
 using namespace simulator;
@@ -45,46 +43,25 @@ void selectBoard(ESA_BOARD_ID board)
     pins.setValue(0x740, 0x400, board == ESA_IO_BOARD ? 0 : 1);
 }
 
-/// The program's end of the line.
-class Port
+/// The program's end of the line. What it receives waits for readAll().
+class Port : public TtyHandler
 {
 public:
-    explicit Port(tcflag_t controlFlags = B115200 | CS8 | CLOCAL | CREAD)
-        : m_Descriptor(open("/dev/ttyAPP1", O_RDWR | O_NOCTTY | O_NONBLOCK))
-    {
-        struct termios settings = {};
-        settings.c_cflag = controlFlags;
-        tcsetattr(m_Descriptor, TCSANOW, &settings);
-    }
-    ~Port() { close(m_Descriptor); }
-
-    void send(const QByteArray &bytes) const
-    {
-        QCOMPARE(write(m_Descriptor, bytes.constData(), static_cast<size_t>(bytes.size())), ssize_t(bytes.size()));
-    }
-    void drain() const { tcdrain(m_Descriptor); }
-    QByteArray received() const
-    {
-        char buffer[100];
-        const ssize_t count = read(m_Descriptor, buffer, sizeof buffer);
-        return QByteArray(buffer, qMax(0, static_cast<int>(count)));
-    }
+    Port() : TtyHandler("/dev/ttyAPP1", nullptr), m_Receiver(this, SIGNAL(readyRead())) {}
 
 private:
-    Q_DISABLE_COPY(Port)
-
-    int m_Descriptor;
+    QSignalSpy m_Receiver; ///< without one the bytes are dropped
 };
 
 } // namespace
 
-/// The ESA boards of the virtual instrument, without the program.
+/// The ESA boards of the virtual instrument at the program's port, without an update.
 class EsaBoardsTest : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
+    void init() { selectBoard(ESA_IO_BOARD); }
     void boardAnswersAsAnXmodemReceiver();
     void powerCutKeepsTheMemories();
     void boardTakesItsTime();
@@ -92,13 +69,6 @@ private slots:
     void oldBoardAsksUntilThePinMoves();
     void boardHearsItsOwnSettingsOnly();
 };
-
-void EsaBoardsTest::init()
-{
-    VirtualBoards::install(
-        {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
-    selectBoard(ESA_IO_BOARD);
-}
 
 void EsaBoardsTest::boardAnswersAsAnXmodemReceiver()
 {
@@ -186,17 +156,17 @@ void EsaBoardsTest::boardTakesItsTime()
 {
     EsaBoards boards(nullptr);
     boards.times = {50, 100, 50};
-    const Port port;
+    Port port;
     QElapsedTimer timer;
     timer.start();
-    port.send("B2");
+    port.sendByteArray("B2");
     for (const int askedAfter : {150, 200}) {
-        while (port.received().isEmpty())
+        while (port.readAll().isEmpty())
             QCoreApplication::processEvents();
         QVERIFY(timer.elapsed() >= askedAfter);
     }
     timer.start();
-    port.send(packet(0));
+    port.sendByteArray(packet(0));
     port.drain();
     QVERIFY(timer.nsecsElapsed() >= 133LL * 10 * (1000000000LL / 115200));
     QCOMPARE(boards.ioBoard().blockCount(), 1);
@@ -213,8 +183,8 @@ void EsaBoardsTest::byteBelongsToTheBoardThatIsSelectedWhenItArrives()
         boards.onViolation = [&reported](const QString &text) {
             reported << text;
         };
-        const Port port;
-        port.send("B");
+        Port port;
+        port.sendByteArray("B");
         if (drained)
             port.drain();
         selectBoard(ESA_MEASUREMENT_BOARD);
@@ -229,15 +199,15 @@ void EsaBoardsTest::oldBoardAsksUntilThePinMoves()
 {
     EsaBoards boards(nullptr);
     boards.times = noTimes;
-    const Port port;
-    port.send("B3");
+    Port port;
+    port.sendByteArray("B3");
     port.drain();
     QByteArray received;
-    QTRY_COMPARE(received += port.received(), QByteArray("C"));
+    QTRY_COMPARE(received += port.readAll(), QByteArray("C"));
     selectBoard(ESA_MEASUREMENT_BOARD);
-    QCOMPARE(port.received(), QByteArray("C"));
+    QCOMPARE(port.readAll(), QByteArray("C"));
     selectBoard(ESA_IO_BOARD);
-    QCOMPARE(port.received(), QByteArray());
+    QCOMPARE(port.readAll(), QByteArray());
 }
 
 void EsaBoardsTest::boardHearsItsOwnSettingsOnly()
@@ -245,8 +215,11 @@ void EsaBoardsTest::boardHearsItsOwnSettingsOnly()
     const tcflag_t others[] = {B9600 | CS8, B115200 | CS8 | PARENB, B115200 | CS8 | CSTOPB, B115200 | CS8 | CRTSCTS};
     for (const tcflag_t flags : others) {
         EsaBoards boards(nullptr);
-        const Port port(flags | CLOCAL | CREAD);
-        port.send("B");
+        Port port;
+        struct termios settings = boards.line().settings();
+        settings.c_cflag = flags;
+        boards.line().setSettings(settings);
+        port.sendByteArray("B");
         port.drain();
         QCOMPARE(boards.ioBoard().entryCount(), 0);
         QCOMPARE(boards.violations().size(), 1);

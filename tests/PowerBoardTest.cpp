@@ -56,12 +56,6 @@ class Link
 {
 public:
     Link()
-        : line(port, nullptr),
-          manager(port, nullptr),
-          complete(&manager, SIGNAL(txComplete())),
-          failed(&manager, SIGNAL(txFailed())),
-          packets(&manager, SIGNAL(packetReceived(QByteArray))),
-          timer(manager.findChild<QTimer *>())
     {
         QObject::connect(&line, &PseudoTerminal::readyRead, [this] { receive(); });
         line.deliver(hex("0202")); // abandons what the link before left half received
@@ -85,15 +79,15 @@ public:
     }
 
     const DebugLines debug;
-    PseudoTerminal line;
+    PseudoTerminal line{port, nullptr};
     Answers plan;             ///< of the board for the next frames; those after them are acknowledged
     QList<QByteArray> frames; ///< of data, in hexadecimal
     QStringList answers;      ///< code and id, in hexadecimal
-    PowerBoardManager manager;
-    QSignalSpy complete;
-    QSignalSpy failed;
-    QSignalSpy packets;
-    QTimer *timer;
+    PowerBoardManager manager{port, nullptr};
+    QSignalSpy complete{&manager, SIGNAL(txComplete())};
+    QSignalSpy failed{&manager, SIGNAL(txFailed())};
+    QSignalSpy packets{&manager, SIGNAL(packetReceived(QByteArray))};
+    QTimer *timer = manager.findChild<QTimer *>();
 
 private:
     // An answer has four bytes, whatever its id.
