@@ -57,7 +57,7 @@ class Link
 public:
     Link()
     {
-        QObject::connect(&line, &PseudoTerminal::readyRead, [this] { receive(); });
+        QObject::connect(&line, &PseudoTerminal::readyRead, &line, [this] { receive(); });
         line.deliver(hex("0202")); // abandons what the link before left half received
     }
 

@@ -23,7 +23,7 @@ public:
         QSettings().setValue("AvrEnable", true);
         Instrument::write("/tmp/firmware_update/image", QByteArray(blocks * 128 - 1, 'x'));
         screen = std::make_unique<UpdaterProgressScreen>(nullptr, Qt::Widget);
-        QObject::connect(&m_Turn, &QTimer::timeout, [this] { reply(); });
+        QObject::connect(&m_Turn, &QTimer::timeout, &m_Turn, [this] { reply(); });
         m_Turn.start(0);
     }
     std::unique_ptr<UpdaterProgressScreen> screen;
