@@ -1,18 +1,15 @@
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include "pic/MemoryMappedPinController.h"
 #include "pic/PicPins.h"
 #include "serial/EsaBoard.h"
+#include "serial/TtyHandler.h"
 #include "simulator/models/esa/EsaBoards.h"
-#include "simulator/models/pic/VirtualBoards.h"
 #include "tests/Instrument.h"
 
 using namespace simulator;
-using Faults = EsaBootLoader::Faults;
 
 namespace {
 
@@ -39,14 +36,6 @@ void feed(EsaBootLoader *board, const QList<QByteArray> &chunks)
     }
 }
 
-template <typename Value>
-Faults with(Value Faults::*fault, Value value)
-{
-    Faults faults;
-    faults.*fault = value;
-    return faults;
-}
-
 void selectBoard(ESA_BOARD_ID board)
 {
     MemoryMappedPinController pins(pinControlBlock);
@@ -54,46 +43,25 @@ void selectBoard(ESA_BOARD_ID board)
     pins.setValue(0x740, 0x400, board == ESA_IO_BOARD ? 0 : 1);
 }
 
-/// The program's end of the line.
-class Port
+/// The program's end of the line. What it receives waits for readAll().
+class Port : public TtyHandler
 {
 public:
-    explicit Port(tcflag_t controlFlags = B115200 | CS8 | CLOCAL | CREAD)
-        : m_Descriptor(open("/dev/ttyAPP1", O_RDWR | O_NOCTTY | O_NONBLOCK))
-    {
-        struct termios settings = {};
-        settings.c_cflag = controlFlags;
-        tcsetattr(m_Descriptor, TCSANOW, &settings);
-    }
-    ~Port() { close(m_Descriptor); }
-
-    void send(const QByteArray &bytes) const
-    {
-        QCOMPARE(write(m_Descriptor, bytes.constData(), static_cast<size_t>(bytes.size())), ssize_t(bytes.size()));
-    }
-    void drain() const { tcdrain(m_Descriptor); }
-    QByteArray received() const
-    {
-        char buffer[100];
-        const ssize_t count = read(m_Descriptor, buffer, sizeof buffer);
-        return QByteArray(buffer, qMax(0, static_cast<int>(count)));
-    }
+    Port() : TtyHandler("/dev/ttyAPP1", nullptr), m_Receiver(this, SIGNAL(readyRead())) {}
 
 private:
-    Q_DISABLE_COPY(Port)
-
-    int m_Descriptor;
+    QSignalSpy m_Receiver; ///< without one the bytes are dropped
 };
 
 } // namespace
 
-/// The ESA boards of the virtual instrument, without the program.
+/// The ESA boards of the virtual instrument at the program's port, without an update.
 class EsaBoardsTest : public QObject
 {
     Q_OBJECT
 
 private slots:
-    void init();
+    void init() { selectBoard(ESA_IO_BOARD); }
     void boardAnswersAsAnXmodemReceiver();
     void powerCutKeepsTheMemories();
     void boardTakesItsTime();
@@ -102,55 +70,36 @@ private slots:
     void boardHearsItsOwnSettingsOnly();
 };
 
-void EsaBoardsTest::init()
-{
-    VirtualBoards::install(
-        {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
-}
-
 void EsaBoardsTest::boardAnswersAsAnXmodemReceiver()
 {
     const QByteArray end("\x04");
     const QByteArray corrupt = packet(0, QByteArray("\xE8\x00", 2));
-    QList<QByteArray> tooLarge = {"B3"};
+    QList<QByteArray> large = {"B3"};
     for (int number = 0; number <= EsaBootLoader::eepromSize / 128; ++number)
-        tooLarge << packet(number);
+        large << packet(number);
     const struct
     {
         const char *name;
-        Faults faults;
         QList<QByteArray> chunks;
         QByteArray answers; // A: ACK, N: NAK, X: CAN
         int imageSize;
         const char *violations;
     } rows[] = {
-        {"two blocks", {}, {"B2", packet(0), packet(1), end}, "CAAA", 256, ""},
-        {"EEPROM", {}, {"B3", packet(0), end}, "CAA", 128, ""},
-        {"empty image", {}, {"B2", end}, "CA", 0, ""},
-        {"end left out", {}, {"B2", packet(0)}, "CA", 0, ""},
-        {"entered twice", {}, {"B", "B2"}, "C", 0, ""},
-        {"not entered", {}, {"2"}, "", 0, "byte 0x32 for the measuring program"},
-        {"unknown", {}, {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
-        {"early", {}, {"B2xy"}, "C", 0, "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
-        {"corrupt", {}, {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "unsound packet where block 0 is due"},
-        {"counted from 1", {}, {"B2", packet(1)}, "CN", 0, "unsound packet where block 0 is due"},
-        {"command in a transfer", {}, {"B2", packet(0), "2"}, "CA", 0, "byte 0x32 between blocks"},
-        {"large",
-         {},
-         tooLarge << "3",
-         "C" + QByteArray(32, 'A') + "XXC",
-         0,
-         "block 32 is beyond the end of the memory"},
-        {"refused block", with(&Faults::refusedBlock, 0), {"B2", packet(0), "2", packet(0), end}, "CNAA", 128, ""},
-        {"unanswered block", with(&Faults::unansweredBlock, 0), {"B2", packet(0), "2", packet(1)}, "CA", 0, ""},
-        {"cancelled block", with(&Faults::cancelledBlock, 0), {"B2", packet(0), "2"}, "CXXC", 0, ""},
-        {"refused end", with(&Faults::refusedEnd, true), {"B2", packet(0), end, "2"}, "CAN", 0, ""},
-        {"silent", with(&Faults::silentAfterCommand, true), {"B2", "2"}, "", 0, ""},
-        {"rubbish", with(&Faults::rubbishAfterReply, QByteArray("x")), {"B2", packet(0)}, "CAx", 0, ""},
+        {"two blocks", {"B2", packet(0), packet(1), end}, "CAAA", 256, ""},
+        {"EEPROM", {"B3", packet(0), end}, "CAA", 128, ""},
+        {"empty image", {"B2", end}, "CA", 0, ""},
+        {"end left out", {"B2", packet(0)}, "CA", 0, ""},
+        {"entered twice", {"B", "B2"}, "C", 0, ""},
+        {"not entered", {"2"}, "", 0, "byte 0x32 for the measuring program"},
+        {"unknown", {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
+        {"early", {"B2xy"}, "C", 0, "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
+        {"corrupt", {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "unsound packet where block 0 is due"},
+        {"counted from 1", {"B2", packet(1)}, "CN", 0, "unsound packet where block 0 is due"},
+        {"command in a transfer", {"B2", packet(0), "2"}, "CA", 0, "byte 0x32 between blocks"},
+        {"large", large << "3", "C" + QByteArray(32, 'A') + "XXC", 0, "block 32 is beyond the end of the memory"},
     };
     for (const auto &row : rows) {
         EsaBootLoader board(row.name, noTimes);
-        board.faults = row.faults;
         QByteArray answers;
         QStringList violations;
         connect(&board, &EsaBootLoader::sends, [&answers](const QByteArray &bytes) { answers += bytes; });
@@ -205,22 +154,19 @@ void EsaBoardsTest::powerCutKeepsTheMemories()
 
 void EsaBoardsTest::boardTakesItsTime()
 {
-    selectBoard(ESA_IO_BOARD);
     EsaBoards boards(nullptr);
     boards.times = {50, 100, 50};
-    const Port port;
+    Port port;
     QElapsedTimer timer;
     timer.start();
-    port.send("B2");
-    while (port.received().isEmpty())
-        QCoreApplication::processEvents();
-    QVERIFY(timer.elapsed() >= 150);
-    while (port.received().isEmpty())
-        QCoreApplication::processEvents();
-    QVERIFY(timer.elapsed() >= 200);
-
+    port.sendByteArray("B2");
+    for (const int askedAfter : {150, 200}) {
+        while (port.readAll().isEmpty())
+            QCoreApplication::processEvents();
+        QVERIFY(timer.elapsed() >= askedAfter);
+    }
     timer.start();
-    port.send(packet(0));
+    port.sendByteArray(packet(0));
     port.drain();
     QVERIFY(timer.nsecsElapsed() >= 133LL * 10 * (1000000000LL / 115200));
     QCOMPARE(boards.ioBoard().blockCount(), 1);
@@ -230,15 +176,15 @@ void EsaBoardsTest::boardTakesItsTime()
 void EsaBoardsTest::byteBelongsToTheBoardThatIsSelectedWhenItArrives()
 {
     for (const bool drained : {true, false}) {
+        selectBoard(ESA_IO_BOARD);
         EsaBoards boards(nullptr);
         boards.byteNanoseconds = 100000000;
         QStringList reported;
         boards.onViolation = [&reported](const QString &text) {
             reported << text;
         };
-        selectBoard(ESA_IO_BOARD);
-        const Port port;
-        port.send("B");
+        Port port;
+        port.sendByteArray("B");
         if (drained)
             port.drain();
         selectBoard(ESA_MEASUREMENT_BOARD);
@@ -253,27 +199,27 @@ void EsaBoardsTest::oldBoardAsksUntilThePinMoves()
 {
     EsaBoards boards(nullptr);
     boards.times = noTimes;
-    selectBoard(ESA_IO_BOARD);
-    const Port port;
-    port.send("B3");
+    Port port;
+    port.sendByteArray("B3");
     port.drain();
     QByteArray received;
-    QTRY_COMPARE(received += port.received(), QByteArray("C"));
+    QTRY_COMPARE(received += port.readAll(), QByteArray("C"));
     selectBoard(ESA_MEASUREMENT_BOARD);
-    QCOMPARE(port.received(), QByteArray("C"));
+    QCOMPARE(port.readAll(), QByteArray("C"));
     selectBoard(ESA_IO_BOARD);
-    QCOMPARE(port.received(), QByteArray());
+    QCOMPARE(port.readAll(), QByteArray());
 }
 
 void EsaBoardsTest::boardHearsItsOwnSettingsOnly()
 {
-    selectBoard(ESA_IO_BOARD);
-    const tcflag_t otherSettings[] = {B9600 | CS8, B115200 | CS8 | PARENB, B115200 | CS8 | CSTOPB,
-                                      B115200 | CS8 | CRTSCTS};
-    for (const tcflag_t flags : otherSettings) {
+    const tcflag_t others[] = {B9600 | CS8, B115200 | CS8 | PARENB, B115200 | CS8 | CSTOPB, B115200 | CS8 | CRTSCTS};
+    for (const tcflag_t flags : others) {
         EsaBoards boards(nullptr);
-        const Port port(flags | CLOCAL | CREAD);
-        port.send("B");
+        Port port;
+        struct termios settings = boards.line().settings();
+        settings.c_cflag = flags;
+        boards.line().setSettings(settings);
+        port.sendByteArray("B");
         port.drain();
         QCOMPARE(boards.ioBoard().entryCount(), 0);
         QCOMPARE(boards.violations().size(), 1);

@@ -1,7 +1,5 @@
-#include <QSignalSpy>
 #include <QTimer>
 #include <QtTest>
-#include <memory>
 
 #include "serial/PowerBoardManager.h"
 #include "simulator/models/PseudoTerminal.h"
@@ -12,6 +10,8 @@
 using namespace simulator;
 
 namespace {
+
+using Chunks = QList<QByteArray>;
 
 const char port[] = "/dev/ttyAPP2";
 const int replyTimeoutMs = 5000;
@@ -47,59 +47,18 @@ QByteArray answer(char code, int id)
     return QByteArray("\x02") + code + static_cast<char>(id) + '\x03';
 }
 
-/// The power board at the other end of the line: answers the frames of the program.
-class Board : public QObject
-{
-    Q_OBJECT
+/// What becomes of a frame: it is acknowledged, as another one too, refused, or its answer is lost.
+enum Answer { Ack, AckOfNextId, Nak, Silence };
+using Answers = QList<int>;
 
-public:
-    /// What becomes of a frame: it is acknowledged, as another one too, refused, or its answer is lost.
-    enum Answer { Ack, AckOfNextId, Nak, Silence };
-    Q_ENUM(Answer)
-
-    Board() : line(port, nullptr) { connect(&line, SIGNAL(readyRead()), this, SLOT(receive())); }
-
-    PseudoTerminal line;
-    QList<Answer> plan;       ///< for the next frames; those after them are acknowledged
-    QList<QByteArray> frames; ///< of data, in hexadecimal
-    QList<QByteArray> answers;
-
-protected slots:
-    // An answer has four bytes, whatever its id.
-    void receive()
-    {
-        m_Received += line.readAll();
-        for (int end = 0; (end = m_Received.indexOf('\x03', 3)) >= 0; m_Received.remove(0, end + 1)) {
-            const QByteArray frame = m_Received.left(end + 1);
-            (frame.size() == 4 ? answers : frames) << frame.toHex();
-            if (frame.size() > 4)
-                reply(frame.at(1));
-        }
-    }
-
-private:
-    void reply(char id)
-    {
-        const Answer next = plan.isEmpty() ? Ack : plan.takeFirst();
-        if (next != Silence)
-            line.write(answer(next == Nak ? '\x15' : '\x06', next == AckOfNextId ? id + 1 : id));
-    }
-
-    QByteArray m_Received;
-};
-
-/// A manager with the board at the other end of its line, and what it signals.
+/// A manager, what it signals, and the power board at the other end of its line, which answers its frames.
 class Link
 {
 public:
     Link()
-        : manager(port, nullptr),
-          complete(&manager, SIGNAL(txComplete())),
-          failed(&manager, SIGNAL(txFailed())),
-          packets(&manager, SIGNAL(packetReceived(QByteArray))),
-          timer(manager.findChild<QTimer *>())
     {
-        board.line.deliver(hex("0202")); // abandons what the link before left half received
+        QObject::connect(&line, &PseudoTerminal::readyRead, &line, [this] { receive(); });
+        line.deliver(hex("0202")); // abandons what the link before left half received
     }
 
     /// Lets the five seconds of the reply timer pass.
@@ -119,37 +78,40 @@ public:
             [&] { return complete.count() == completed && failed.count() == givenUp && !timer->isActive(); });
     }
 
-    /// The frames, in hexadecimal, that the board has got since the last call, once there are `count`.
-    QList<QByteArray> takeFrames(int count)
-    {
-        eventually([&] { return board.frames.size() >= count; });
-        return std::exchange(board.frames, {});
-    }
-
-    Board board;
-    PowerBoardManager manager;
-    QSignalSpy complete;
-    QSignalSpy failed;
-    QSignalSpy packets;
-    QTimer *timer;
-};
-
-/// Sends another command the moment that one fails.
-class Resender : public QObject
-{
-    Q_OBJECT
-
-public:
-    explicit Resender(PowerBoardManager *manager) : m_Manager(manager)
-    {
-        connect(manager, SIGNAL(txFailed()), this, SLOT(send()));
-    }
-
-protected slots:
-    void send() { m_Manager->sendStopTestCommand(); }
+    const DebugLines debug;
+    PseudoTerminal line{port, nullptr};
+    Answers plan;             ///< of the board for the next frames; those after them are acknowledged
+    QList<QByteArray> frames; ///< of data, in hexadecimal
+    QStringList answers;      ///< code and id, in hexadecimal
+    PowerBoardManager manager{port, nullptr};
+    QSignalSpy complete{&manager, SIGNAL(txComplete())};
+    QSignalSpy failed{&manager, SIGNAL(txFailed())};
+    QSignalSpy packets{&manager, SIGNAL(packetReceived(QByteArray))};
+    QTimer *timer = manager.findChild<QTimer *>();
 
 private:
-    PowerBoardManager *m_Manager;
+    // An answer has four bytes, whatever its id.
+    void receive()
+    {
+        m_Received += line.readAll();
+        for (int end = 0; (end = m_Received.indexOf('\x03', 3)) >= 0; m_Received.remove(0, end + 1)) {
+            const QByteArray frame = m_Received.left(end + 1);
+            if (frame.size() == 4)
+                answers << frame.mid(1, 2).toHex();
+            else
+                takeFrame(frame);
+        }
+    }
+
+    void takeFrame(const QByteArray &frame)
+    {
+        frames << frame.toHex();
+        const int next = plan.isEmpty() ? Ack : plan.takeFirst();
+        if (next != Silence)
+            line.write(answer(next == Nak ? '\x15' : '\x06', frame.at(1) + (next == AckOfNextId ? 1 : 0)));
+    }
+
+    QByteArray m_Received;
 };
 
 const QByteArray getVersion = "02047ff2005356b00003";
@@ -162,14 +124,9 @@ class PowerBoardTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<DebugLines> m_Lines;
-
 private slots:
-    void init() { m_Lines = std::make_unique<DebugLines>(); }
-    void cleanup() { m_Lines.reset(); }
     void eachCommandIsItsFrame();
     void idsWrapAndEveryArgumentIsEscaped();
-    void commandWaitsForTheFrameInFlight();
     void frameIsGivenUpAfterThreeResends_data();
     void frameIsGivenUpAfterThreeResends();
     void acknowledgementOfAnotherIdOnlyClearsTheCount();
@@ -182,16 +139,15 @@ private slots:
 void PowerBoardTest::eachCommandIsItsFrame()
 {
     Link link;
-    // The time zone of the calibration, 14:05 on 3 February 2021, does not count.
-    const QDateTime calibrated(QDate(2021, 2, 3), QTime(14, 5), Qt::OffsetFromUTC, 3600);
     link.manager.sendGetVersionCommand();
     link.manager.sendGetCalDataCommand();
-    link.manager.sendSetCalDataCommand(calibrated);
+    // The time zone does not count.
+    link.manager.sendSetCalDataCommand(QDateTime(QDate(2021, 2, 3), QTime(14, 5), Qt::OffsetFromUTC, 3600));
     link.manager.sendStartTestCommand(127);
     link.manager.sendStopTestCommand();
     link.manager.sendSendDataCommand();
     QVERIFY(link.isSettled(1, 0));
-    QCOMPARE(link.board.frames,
+    QCOMPARE(link.frames,
              QList<QByteArray>({getVersion, "02057ff300535243f10003",
                                 "02061000534344050e7ff37ff2e5077ff30000004141007a7ff203", "02077ff200547f7fdd0003",
                                 "02087ff20054308f0003", "02097ff2005344a30003"}));
@@ -206,81 +162,67 @@ void PowerBoardTest::idsWrapAndEveryArgumentIsEscaped()
         expected << framed(packet(4 + argument % 123, QByteArray("T") + static_cast<char>(argument))).toHex();
     }
     QVERIFY(link.isSettled(1, 0));
-    QCOMPARE(link.board.frames, expected);
-}
-
-void PowerBoardTest::commandWaitsForTheFrameInFlight()
-{
-    Link link;
-    link.board.plan = {Board::Silence, Board::Nak};
-    link.manager.sendGetVersionCommand();
-    link.manager.sendStopTestCommand();
-    QCOMPARE(link.takeFrames(1), QList<QByteArray>({getVersion}));
-    link.expireReplyTimer();
-    QVERIFY(link.isSettled(1, 0));
-    QCOMPARE(link.board.frames, QList<QByteArray>({getVersion, getVersion, "02057ff20054308c0003"}));
+    QCOMPARE(link.frames, expected);
 }
 
 void PowerBoardTest::frameIsGivenUpAfterThreeResends_data()
 {
-    using Answers = QList<Board::Answer>;
     QTest::addColumn<Answers>("answers");
-    addRow("refused", Answers{Board::Nak, Board::Nak, Board::Nak, Board::Nak});
-    addRow("not answered", Answers{Board::Silence, Board::Silence, Board::Silence, Board::Silence});
-    addRow("both in turn, silent at last", Answers{Board::Nak, Board::Silence, Board::Nak, Board::Silence});
-    addRow("both in turn, refused at last", Answers{Board::Silence, Board::Nak, Board::Silence, Board::Nak});
+    addRow("refused", Answers{Nak, Nak, Nak, Nak});
+    addRow("not answered", Answers{Silence, Silence, Silence, Silence});
+    addRow("both in turn, silent at last", Answers{Nak, Silence, Nak, Silence});
+    addRow("both in turn, refused at last", Answers{Silence, Nak, Silence, Nak});
 }
 
 void PowerBoardTest::frameIsGivenUpAfterThreeResends()
 {
-    QFETCH(QList<Board::Answer>, answers);
+    QFETCH(Answers, answers);
     Link link;
-    link.board.plan = answers;
+    link.plan = answers;
     link.manager.sendGetVersionCommand();
-    for (const Board::Answer given : answers) {
+    for (int sent = 1; sent <= answers.size(); ++sent) {
         QCOMPARE(link.failed.count(), 0);
-        QCOMPARE(link.takeFrames(1), QList<QByteArray>({getVersion}));
-        if (given == Board::Silence)
+        QVERIFY(eventually([&] { return link.frames.size() == sent; }));
+        if (answers.at(sent - 1) == Silence)
             link.expireReplyTimer();
     }
     QVERIFY(link.isSettled(0, 1));
 
     // The id was not used up, the count starts anew, and nothing of the old frame is left.
-    link.board.plan = {Board::Nak, Board::Nak, Board::Nak};
+    link.plan = {Nak, Nak, Nak};
     link.manager.sendStopTestCommand();
     QVERIFY(link.isSettled(1, 1));
-    QCOMPARE(link.board.frames, QList<QByteArray>({stopTest, stopTest, stopTest, stopTest}));
+    QCOMPARE(link.frames, QList<QByteArray>({getVersion, getVersion, getVersion, getVersion, stopTest, stopTest,
+                                             stopTest, stopTest}));
 }
 
 void PowerBoardTest::acknowledgementOfAnotherIdOnlyClearsTheCount()
 {
     Link link;
-    link.board.plan = {Board::Nak, Board::Nak, Board::Nak, Board::AckOfNextId, Board::Nak, Board::Nak};
+    link.plan = {Nak, Nak, Nak, AckOfNextId, Nak, Nak};
     link.manager.sendGetVersionCommand();
     QVERIFY(eventually([] { return DebugLines::take().contains("received ack: 5"); }));
     QVERIFY(link.timer->isActive());
     QCOMPARE(link.complete.count(), 0);
     link.expireReplyTimer();
     QVERIFY(link.isSettled(1, 0));
-    QCOMPARE(link.board.frames.size(), 7);
-
-    // The board's second answer to a frame that was sent twice.
-    QVERIFY(link.board.line.deliver(answer('\x06', 4)));
-    QVERIFY(link.isSettled(1, 0));
+    QCOMPARE(link.frames.size(), 7);
 }
 
 void PowerBoardTest::nextCommandGoesOutAfterAFailure()
 {
     for (const bool resends : {false, true}) {
         Link link;
-        const auto resender = resends ? std::make_unique<Resender>(&link.manager) : nullptr;
-        link.board.plan = {Board::Nak, Board::Nak, Board::Nak, Board::Nak};
+        if (resends)
+            connect(&link.manager, &PowerBoardManager::txFailed, [&] { link.manager.sendStopTestCommand(); });
+        link.plan = {Nak, Nak, Nak, Nak};
         link.manager.sendGetVersionCommand();
         link.manager.sendSendDataCommand();
         QVERIFY(link.isSettled(1, 1));
-        const QList<QByteArray> others = link.board.frames.mid(4);
-        QCOMPARE(others.first(), framed(packet(4, "SD")).toHex());
-        QCOMPARE(others.mid(1), resends ? QList<QByteArray>({framed(packet(5, "T0")).toHex()}) : QList<QByteArray>());
+        QList<QByteArray> expected = {getVersion, getVersion, getVersion, getVersion, "02047ff20053449e0003"};
+        if (resends)
+            expected << "02057ff20054308c0003";
+        QCOMPARE(link.frames, expected);
     }
 }
 
@@ -289,18 +231,18 @@ void PowerBoardTest::answersWithNothingInFlightSendNothing()
     Link link;
     link.manager.sendGetVersionCommand();
     QVERIFY(link.isSettled(1, 0));
-    for (int count = 0; count < 5; ++count)
-        QVERIFY(link.board.line.deliver(answer('\x15', 4)));
-    QVERIFY(link.board.line.deliver(hex("02 07 05 03"))); // neither kind of answer
+    const QByteArray ack = answer('\x06', 4);
+    const QByteArray nak = answer('\x15', 4);
+    for (const QByteArray &bytes : {ack, nak, nak, nak, nak, nak, hex("02 07 05 03")}) // the last is of neither kind
+        QVERIFY(link.line.deliver(bytes));
     QVERIFY(link.isSettled(1, 0));
     link.manager.sendStopTestCommand();
     QVERIFY(link.isSettled(2, 0));
-    QCOMPARE(link.board.frames.size(), 2);
+    QCOMPARE(link.frames.size(), 2);
 }
 
 void PowerBoardTest::chunksAreReceived_data()
 {
-    using Chunks = QList<QByteArray>;
     QTest::addColumn<Chunks>("chunks");
     QTest::addColumn<Chunks>("delivered");
     QTest::addColumn<QStringList>("answers"); ///< code and id
@@ -312,33 +254,32 @@ void PowerBoardTest::chunksAreReceived_data()
     const QByteArray longest(600, '\xFF');                            // whose sum exceeds 16 bits
     const QByteArray good = packet(9, "A");
     const QByteArray frame = hex("02 09 0100 41 4C00 03");
-    const auto ack = [](int count) {
-        return QStringList(QVector<QString>(count, "0609").toList());
-    };
-    const Chunks once = {good};
-    const Chunks none;
-    const QStringList quiet;
 
-    addRow("every byte", Chunks{framed(packet(9, everyByte))}, Chunks{packet(9, everyByte)}, ack(1), quiet);
-    addRow("longest payload", Chunks{framed(packet(9, longest))}, Chunks{packet(9, longest)}, ack(1), quiet);
-    addRow("escape byte without a code", Chunks{hex("02 09 7FF2 00 7F41 CC 00 03")}, Chunks{hex("09 0200 7F41 CC00")},
-           ack(1), quiet);
-    addRow("single bytes",
-           Chunks{hex("02"), hex("09"), hex("01"), hex("00"), hex("41"), hex("4C"), hex("00"), hex("03")}, once, ack(1),
-           quiet);
-    addRow("stray bytes around the frame", Chunks{hex("00FF03") + frame + hex("7FFF03")}, once, ack(1), quiet);
-    addRow("end byte before the start", Chunks{hex("03 02 09 0100"), hex("41 4C00 03 FF")}, once, ack(1), quiet);
-    addRow("chunk without a start", Chunks{hex("41 03"), frame}, once, ack(1), quiet);
-    addRow("two starts in a chunk", Chunks{frame + frame, frame}, once, ack(1), quiet);
-    addRow("a start inside a frame", Chunks{frame.left(3), hex("4102"), frame.mid(3), frame.left(4), frame}, none,
-           ack(0), quiet);
-    addRow("cut short, repeated", Chunks{frame.left(6), frame, frame}, once, ack(1), quiet);
-    addRow("an answer and a frame in a chunk", Chunks{answer('\x06', 99) + frame}, none, ack(0), quiet);
+    const auto accepted = [](const char *name, const Chunks &chunks, const QByteArray &packet) {
+        addRow(name, chunks, Chunks{packet}, QStringList("0609"), QStringList());
+    };
+    accepted("every byte", {framed(packet(9, everyByte))}, packet(9, everyByte));
+    accepted("longest payload", {framed(packet(9, longest))}, packet(9, longest));
+    accepted("escape byte without a code", {hex("02 09 7FF2 00 7F41 CC 00 03")}, hex("09 0200 7F41 CC00"));
+    accepted("single bytes", {hex("02"), hex("09"), hex("01"), hex("00"), hex("41"), hex("4C"), hex("00"), hex("03")},
+             good);
+    accepted("stray bytes around the frame", {hex("00FF03") + frame + hex("7FFF03")}, good);
+    accepted("end byte before the start", {hex("03 02 09 0100"), hex("41 4C00 03 FF")}, good);
+    accepted("chunk without a start", {hex("41 03"), frame}, good);
+    accepted("two starts in a chunk", {frame + frame, frame}, good);
+    accepted("cut short, repeated", {frame.left(6), frame, frame}, good);
+
+    const auto ignored = [](const char *name, const Chunks &chunks) {
+        addRow(name, chunks, Chunks(), QStringList(), QStringList());
+    };
+    ignored("a start inside a frame", {frame.left(3), hex("4102"), frame.mid(3), frame.left(4), frame});
+    ignored("an answer and a frame in a chunk", {answer('\x06', 99) + frame});
+
     addRow("repeated", Chunks{frame, frame, framed(packet(10, "B"))}, Chunks{good, packet(10, "B")},
            QStringList{"0609", "0609", "060a"}, QStringList("same packet: 9"));
 
-    const auto refused = [](const char *name, const QByteArray &body, int id, const QString &reason) {
-        addRow(name, Chunks{framed(body), framed(packet(9, "A"))}, Chunks{packet(9, "A")},
+    const auto refused = [&](const char *name, const QByteArray &body, int id, const QString &reason) {
+        addRow(name, Chunks{framed(body), frame}, Chunks{good},
                QStringList{QString("15%1").arg(id, 2, 16, QChar('0')), "0609"},
                QStringList{reason, QString("sent Nak: %1").arg(id)});
     };
@@ -356,23 +297,20 @@ void PowerBoardTest::chunksAreReceived_data()
 
 void PowerBoardTest::chunksAreReceived()
 {
-    QFETCH(QList<QByteArray>, chunks);
-    QFETCH(QList<QByteArray>, delivered);
+    QFETCH(Chunks, chunks);
+    QFETCH(Chunks, delivered);
     QFETCH(QStringList, answers);
     QFETCH(QStringList, debugLines);
     Link link;
     for (const QByteArray &chunk : chunks)
-        QVERIFY(link.board.line.deliver(chunk));
+        QVERIFY(link.line.deliver(chunk));
     QCOMPARE(DebugLines::take(), debugLines);
-    QList<QByteArray> packets;
+    Chunks packets;
     for (const QList<QVariant> &arguments : link.packets)
         packets << arguments.at(0).toByteArray();
     QCOMPARE(packets, delivered);
-    eventually([&] { return link.board.answers.size() >= answers.size(); });
-    QStringList sent;
-    for (const QByteArray &frame : link.board.answers)
-        sent << frame.mid(2, 4);
-    QCOMPARE(sent, answers);
+    eventually([&] { return link.answers.size() >= answers.size(); });
+    QCOMPARE(link.answers, answers);
 }
 
 QTEST_GUILESS_MAIN(PowerBoardTest)

@@ -14,10 +14,8 @@ const int packetSize = 133;
 
 /// Lets the program read a chunk in each turn of the event loop. After the last one the board stays silent, and the
 /// wait for it is over.
-class Board : public QObject
+class Board
 {
-    Q_OBJECT
-
 public:
     Board()
     {
@@ -25,12 +23,12 @@ public:
         QSettings().setValue("AvrEnable", true);
         Instrument::write("/tmp/firmware_update/image", QByteArray(blocks * 128 - 1, 'x'));
         screen = std::make_unique<UpdaterProgressScreen>(nullptr, Qt::Widget);
-        connect(&m_Turn, SIGNAL(timeout()), this, SLOT(reply()));
+        QObject::connect(&m_Turn, &QTimer::timeout, &m_Turn, [this] { reply(); });
         m_Turn.start(0);
     }
     std::unique_ptr<UpdaterProgressScreen> screen;
 
-protected slots:
+private:
     void reply()
     {
         QTimer *replyTimer = screen->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
@@ -40,7 +38,6 @@ protected slots:
             replyTimer->start(0);
     }
 
-private:
     QTimer m_Turn;
 };
 
@@ -57,5 +54,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     require((packets.size() == blocks * packetSize + 1 && packets.endsWith('\x04')) == (result == 0));
     return 0;
 }
-
-#include "EsaReplyFuzz.moc"
