@@ -10,4 +10,19 @@ void addRow(const char *name, const Values &...values)
     (QTest::newRow(name) << ... << values);
 }
 
+/// Prints the name of the row when a check fails in it: for a table inside the test function.
+class RowName
+{
+public:
+    explicit RowName(const QString &name) : m_Name(name) {}
+    ~RowName()
+    {
+        if (QTest::currentTestFailed())
+            QTest::qWarn(qPrintable("in the row \"" + m_Name + '"'));
+    }
+
+private:
+    QString m_Name;
+};
+
 #endif
