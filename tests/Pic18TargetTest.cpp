@@ -173,7 +173,7 @@ const struct
     {[](Wire &wire) { wire.set(0xB40, 0x8000, false).clock(true); }, "PGD not driven"},
 };
 
-/// What the PIC holds after commands that silicon accepts.
+/// What is read after actions that silicon accepts.
 const struct
 {
     const char *name;
@@ -181,6 +181,10 @@ const struct
     Word address;
     QString bytes; ///< from the address on
 } contentCases[] = {
+    {"device id of a PIC in reset", [](Wire &wire) { wire.mclr(false); }, 0x3FFFFF, "00"},
+    {"of one that runs its program", [](Wire &wire) { wire.set(0x700, 0x20000, false).enter(); }, 0x3FFFFF, "00"},
+    {"after the voltage fell back", [](Wire &wire) { wire.set(0xB20, 0x200000, false); }, 0x3FFFFF, "00"},
+    {"entry with PGD high", [](Wire &wire) { wire.mclr(false).data(true).wait(2000).mclr(true); }, 0x3FFFFF, "00"},
     {"0xE moves the pointer on",
      [](Wire &wire) { wire.core(setEepgd, clearCfgs).point(0x7E).send(0xE, 0x4433).hold().send(0xF, 0x6655).hold(); },
      0x7E, "33445566"},
@@ -208,7 +212,6 @@ class Pic18TargetTest : public QObject
     Q_OBJECT
 
 private slots:
-    void entersOnlyWithTheProgrammingVoltage();
     void readsByEachTableReadCommand();
     void keepsWhatIsWrittenAndErased();
     void reportsWhatSiliconWouldNotAccept();
@@ -219,22 +222,6 @@ private slots:
     void memoriesInFilesSurviveAKillAtEachMoment();
 };
 
-void Pic18TargetTest::entersOnlyWithTheProgrammingVoltage()
-{
-    Wire wire;
-    QCOMPARE(wire.read(0x3FFFFF), 0x00U); // in reset
-    wire.set(0x700, 0x20000, false).enter();
-    QVERIFY(!wire.pic().isInProgrammingMode());
-    QCOMPARE(wire.mclr(false).mclr(true).read(0x3FFFFF), 0x00U); // running its program
-    wire.set(0x700, 0x20000, true).enter();
-    QCOMPARE(wire.read(0x3FFFFF), 0x0CU);
-    wire.set(0xB20, 0x200000, false); // the voltage falls back to the supply
-    QVERIFY(!wire.pic().isInProgrammingMode());
-    wire.set(0xB20, 0x200000, true).mclr(false).data(true).wait(2000).mclr(true);
-    QVERIFY(!wire.pic().isInProgrammingMode());
-    QCOMPARE(wire.violations(), QStringList());
-}
-
 void Pic18TargetTest::readsByEachTableReadCommand()
 {
     const QPair<const Pic18Device *, Word> devices[] = {{&Pic18Device::pic18f4620, 0x0C07},
@@ -242,7 +229,7 @@ void Pic18TargetTest::readsByEachTableReadCommand()
                                                         {&Pic18Device::pic18f4682, 0x2747},
                                                         {&Pic18Device::pic18f4685, 0x2767}};
     for (const auto &[device, id] : devices) {
-        const RowName row(device->name);
+        const RowName row{device->name};
         Wire wire(*device);
         wire.pic().memory().programMemory() = QByteArray(0x100, '\0') + "\x11\x22\x33\x44";
         wire.enter().point(0x101);
@@ -260,7 +247,7 @@ void Pic18TargetTest::readsByEachTableReadCommand()
 void Pic18TargetTest::keepsWhatIsWrittenAndErased()
 {
     for (const auto &[name, act, address, bytes] : contentCases) {
-        const RowName row(name);
+        const RowName row{name};
         Wire wire;
         act(wire.enter());
         QByteArray read;
@@ -274,7 +261,7 @@ void Pic18TargetTest::keepsWhatIsWrittenAndErased()
 void Pic18TargetTest::reportsWhatSiliconWouldNotAccept()
 {
     for (const auto &[provoke, text] : violationCases) {
-        const RowName row(text);
+        const RowName row{text};
         Wire wire;
         QStringList reported;
         wire.boards().onViolation = [&reported](const QString &violation) {
@@ -303,7 +290,7 @@ void Pic18TargetTest::erasesTheRegionsOfItsKeys()
     } regions[] = {{0x0081, 0, 0x2000},        {0x0180, 0x2000, 0x4000}, {0x0280, 0x4000, 0x8000},
                    {0x2080, 0x14000, 0x18000}, {0x0084, 0, 0},           {0x3F8F, 0, 0x18000}};
     for (const auto &[keys, begin, end] : regions) {
-        const RowName row(QString::number(keys, 16));
+        const RowName row{QString::number(keys, 16)};
         Wire wire(Pic18Device::pic18f4685);
         Pic18Memory &memory = wire.pic().memory();
         memory.configuration()[6] |= 0x20; // the largest boot block
@@ -330,7 +317,7 @@ void Pic18TargetTest::ignoresWritesToProtectedMemory()
                 {"CP1", 0x300008, 0x0D, 0x4000, 0x0280}, {"WRTB", 0x30000B, 0xA000, 0x7C0, 0x0081},
                 {"CPB", 0x300009, 0x8000, 0x0, 0x0081},  {"WRTC", 0x30000B, 0xC000, 0x300001, 0x0082}};
     for (const auto &[bit, configuration, value, address, keys] : rows) {
-        const RowName row(bit);
+        const RowName row{bit};
         Wire wire;
         wire.enter().write(address, 0x0707).write(configuration, value);
         QCOMPARE(wire.violations(), QStringList());

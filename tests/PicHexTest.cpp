@@ -65,7 +65,7 @@ void PicHexTest::assembledFileIsProgrammedExactly()
 {
     for (const Pic18Device *const device :
          {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685}) {
-        const RowName row(device->name);
+        const RowName row{device->name};
         const QString processor = QString(device->name).mid(3).toLower();
         QStringList assemble = {"gpasm", "--quiet", "-p", processor, "-o", "/tmp/asm.hex", SAMPLE_FOLDER "/pic.asm"};
         if (device->programSize > 0x10000)
@@ -100,7 +100,7 @@ void PicHexTest::recordsAreAlignedAndSplit()
                                                        {"odd start, over two bounds", 0x17F, 100},
                                                        {"up to the last address", 0xFFF0, 14}};
     for (const auto &[name, address, length] : rows) {
-        const RowName row(name);
+        const RowName row{name};
         PicFixture fixture;
         QByteArray expected = erasedMemory();
         expected[0] = '\0';              // where the table pointer stands after a reset
@@ -143,7 +143,7 @@ void PicHexTest::recordsGoWhereTheirAddressBelongs()
          erasedMemory(2), QByteArray(delivered).replace(12, 2, QByteArray("\x0E\x00", 2))},
     };
     for (const Row &row : rows) {
-        const RowName name(row.name);
+        const RowName name{row.name};
         PicFixture fixture;
         QVERIFY(fixture.program(row.file));
         QVERIFY(fixture.memory().programMemory().bytes() == erasedMemory().replace(0x1000, 2, row.program));
@@ -197,7 +197,7 @@ void PicHexTest::verifyFailureStopsTheRun()
         {"bit was not erased", 0x43, 0xFB, 0x00, "u32VerifyAddress: 67 u8VerifyCorrect: 36 u8VerifyActual 32"},
     };
     for (const auto &[name, address, before, flipped, report] : rows) {
-        const RowName row(name);
+        const RowName row{name};
         PicFixture fixture;
         fixture.memory().programMemory()[address] = before;
         fixture.memory().flipOnWrite(address, flipped);

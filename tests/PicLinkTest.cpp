@@ -52,9 +52,9 @@ QString takeSequence()
         if (clock && event == "PGC=0") {
             value |= (data ? 1U : 0U) << bits++;
             if (bits == 4) {
-                words << QString::number(value, 16).toUpper();
+                words << QString::asprintf("%X", value);
             } else if (bits == 20) {
-                words << (targetSends ? "read" : QString("%1").arg(value >> 4, 4, 16, QChar('0')).toUpper());
+                words << (targetSends ? "read" : QString::asprintf("%04X", value >> 4));
                 bits = 0;
                 value = 0;
             }
@@ -68,11 +68,8 @@ QString takeSequence()
 /// The load of the target's table pointer.
 QString pointer(unsigned int address)
 {
-    return QString("0 0E%1 0 6EF8 0 0E%2 0 6EF7 0 0E%3 0 6EF6 ")
-        .arg(address >> 16, 2, 16, QChar('0'))
-        .arg(address >> 8 & 0xFF, 2, 16, QChar('0'))
-        .arg(address & 0xFF, 2, 16, QChar('0'))
-        .toUpper();
+    return QString::asprintf("0 0E%02X 0 6EF8 0 0E%02X 0 6EF7 0 0E%02X 0 6EF6 ", address >> 16, address >> 8 & 0xFF,
+                             address & 0xFF);
 }
 
 } // namespace
@@ -197,7 +194,7 @@ void PicLinkTest::operationsSendTheirSequences()
     PicProgrammer programmer(1, nullptr);
     inputBits.clear();
     for (const Row &row : rows) {
-        const RowName name(row.name);
+        const RowName name{row.name};
         traffic.clear();
         row.operate(programmer);
         QCOMPARE(takeSequence(), row.sequence);
@@ -209,7 +206,7 @@ void PicLinkTest::entryAndRestoreDriveOnlyTheSelectedReset()
     const QString restore = "80018000 MCLR=1 ISP=1 PGD=0 PGC=0 RELEASE MCLR=0 PULSE MCLR=1 MCLR:in";
     const QString entry = "MCLR=1 MCLR:out MCLR=0 PGD=0 PGC=0 ISP:out PGD:out PGC:out RESET ISP=1 SETUP MCLR=1 ENTRY";
     for (const int number : {-1, 0, 1, 2, 3, 4, 5}) {
-        const RowName row(QString("PIC %1").arg(number));
+        const RowName row{QString("PIC %1").arg(number)};
         const auto expected = [number](QString events) {
             if (number >= 1 && number <= 4)
                 return events.replace("MCLR", QString("MCLR%1").arg(number));

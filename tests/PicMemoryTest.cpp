@@ -44,7 +44,7 @@ void PicMemoryTest::erasePhaseReportsItsPercentages()
     const Pic18Device *const devices[] = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682,
                                           &Pic18Device::pic18f4685};
     for (const int picNumber : {1, 2, 3, 4}) {
-        const RowName row(QString("PIC %1").arg(picNumber));
+        const RowName row{QString("PIC %1").arg(picNumber)};
         PicFixture fixture(picNumber, *devices[picNumber - 1]);
         Pic18Memory &memory = fixture.memory();
         Pic18Memory &other = fixture.boards().pic(picNumber % 4 + 1).memory();
@@ -80,7 +80,7 @@ void PicMemoryTest::unerasedByteEndsTheErasePhase()
                 {0x8000, 64, "ev_pic_erase_next_block - erase error 32768"},
                 {0xFFFF, 127, "ev_pic_erase_next_block - erase error 65024"}};
     for (const auto &[address, signalCount, report] : rows) {
-        const RowName row(report);
+        const RowName row{report};
         const DebugLines lines;
         PicFixture fixture;
         fixture.memory().programMemory().fill('\0');

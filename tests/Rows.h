@@ -11,18 +11,15 @@ void addRow(const char *name, const Values &...values)
 }
 
 /// Prints the name of the row when a check fails in it: for a table inside the test function.
-class RowName
+struct RowName
 {
-public:
-    explicit RowName(const QString &name) : m_Name(name) {}
     ~RowName()
     {
         if (QTest::currentTestFailed())
-            QTest::qWarn(qPrintable("in the row \"" + m_Name + '"'));
+            QTest::qWarn(qPrintable("in the row \"" + name + '"'));
     }
 
-private:
-    QString m_Name;
+    QString name;
 };
 
 #endif
