@@ -1,6 +1,7 @@
 #include <QtTest>
 #include <csignal>
 #include <sys/wait.h>
+#include <tuple>
 #include <unistd.h>
 
 #include "pic/PicInstructions.h"
@@ -36,13 +37,8 @@ public:
 
     VirtualBoards &boards() { return VirtualBoards::installed(); }
     Pic18Target &pic() { return boards().pic(2); }
+    Pic18Memory &memory() { return pic().memory(); }
     const QStringList &violations() { return boards().violations(); }
-    /// A byte of program or configuration memory, whatever protects it.
-    Word cell(Word address)
-    {
-        Pic18Memory &memory = pic().memory();
-        return address < 0x300000 ? memory.programMemory()[address] : memory.configuration()[address - 0x300000];
-    }
 
     Wire &set(Word offset, uint32_t mask, bool level)
     {
@@ -58,12 +54,6 @@ public:
     Wire &mclr(bool level) { return set(0x720, 0x200000, level); }
     Wire &clock(bool level) { return set(0x740, 0x4000, level); }
     Wire &data(bool level) { return set(0x740, 0x8000, level); }
-    /// Both lines take their levels at once.
-    Wire &lines(bool pgc, bool pgd)
-    {
-        boards().writeRegister(0x740, (pgc ? 0x4000 : 0) | (pgd ? 0x8000 : 0));
-        return *this;
-    }
 
     Wire &enter(qint64 low = 2000, qint64 hold = p12)
     {
@@ -165,8 +155,10 @@ const struct
     {[](Wire &wire) { wire.clock(true).wait(30).clock(false).wait(25).clock(true); }, "clock period"},
     {[](Wire &wire) { wire.clock(true).wait(80).clock(false).clock(true); }, "clock low time"},
     {[](Wire &wire) { wire.bits(0, 4, 10); }, "clock high time"},
-    {[](Wire &wire) { wire.clock(true).wait(halfPeriod).lines(false, true); }, "data setup time"},
-    {[](Wire &wire) { wire.clock(true).wait(50).clock(false).lines(false, true); }, "data hold time"},
+    // PGC falls and PGD rises at once.
+    {[](Wire &wire) { wire.clock(true).wait(halfPeriod).boards().writeRegister(0x740, 0x8000); }, "data setup time"},
+    {[](Wire &wire) { wire.clock(true).wait(50).clock(false).boards().writeRegister(0x740, 0x8000); },
+     "data hold time"},
     {[](Wire &wire) { wire.bits(0x008, 4 + 8 + 1); }, "PGD driven from both ends"},
     {[](Wire &wire) { wire.writeEeprom(0, 0).wait(eepromWrite - p10).enter(); }, "reset during an EEPROM write"},
     {[](Wire &wire) { wire.set(0xB20, 0x8000, false).clock(true); }, "more than one PIC out of reset"}, // PIC 3
@@ -181,10 +173,11 @@ const struct
     Word address;
     QString bytes; ///< from the address on
 } contentCases[] = {
-    {"device id of a PIC in reset", [](Wire &wire) { wire.mclr(false); }, 0x3FFFFF, "00"},
-    {"of one that runs its program", [](Wire &wire) { wire.set(0x700, 0x20000, false).enter(); }, 0x3FFFFF, "00"},
-    {"after the voltage fell back", [](Wire &wire) { wire.set(0xB20, 0x200000, false); }, 0x3FFFFF, "00"},
-    {"entry with PGD high", [](Wire &wire) { wire.mclr(false).data(true).wait(2000).mclr(true); }, 0x3FFFFF, "00"},
+    {"no answer in reset", [](Wire &wire) { wire.mclr(false); }, 0x3FFFFF, "00"},
+    {"none without the enable line", [](Wire &wire) { wire.set(0x700, 0x20000, false).enter(); }, 0x3FFFFF, "00"},
+    {"none after the voltage fell back", [](Wire &wire) { wire.set(0xB20, 0x200000, false); }, 0x3FFFFF, "00"},
+    {"none after an entry with PGD high", [](Wire &wire) { wire.mclr(false).data(true).wait(2000).mclr(true); },
+     0x3FFFFF, "00"},
     {"0xE moves the pointer on",
      [](Wire &wire) { wire.core(setEepgd, clearCfgs).point(0x7E).send(0xE, 0x4433).hold().send(0xF, 0x6655).hold(); },
      0x7E, "33445566"},
@@ -231,7 +224,7 @@ void Pic18TargetTest::readsByEachTableReadCommand()
     for (const auto &[device, id] : devices) {
         const RowName row{device->name};
         Wire wire(*device);
-        wire.pic().memory().programMemory() = QByteArray(0x100, '\0') + "\x11\x22\x33\x44";
+        wire.memory().programMemory() = QByteArray(0x100, '\0') + "\x11\x22\x33\x44";
         wire.enter().point(0x101);
         QByteArray bytes;
         for (const Word command : {0x8U, 0x9U, 0xBU, 0xAU, 0x8U}) // stay, after up, before up, after down
@@ -267,7 +260,7 @@ void Pic18TargetTest::reportsWhatSiliconWouldNotAccept()
         wire.boards().onViolation = [&reported](const QString &violation) {
             reported << violation;
         };
-        Pic18Memory &memory = wire.pic().memory();
+        Pic18Memory &memory = wire.memory();
         const QByteArray configuration = memory.configuration().bytes();
         wire.enter();
         QCOMPARE(wire.violations(), QStringList());
@@ -282,17 +275,13 @@ void Pic18TargetTest::reportsWhatSiliconWouldNotAccept()
 
 void Pic18TargetTest::erasesTheRegionsOfItsKeys()
 {
-    const struct
-    {
-        Word keys;
-        int begin;
-        int end;
-    } regions[] = {{0x0081, 0, 0x2000},        {0x0180, 0x2000, 0x4000}, {0x0280, 0x4000, 0x8000},
-                   {0x2080, 0x14000, 0x18000}, {0x0084, 0, 0},           {0x3F8F, 0, 0x18000}};
+    const std::tuple<Word, int, int> regions[] = {{0x0081, 0, 0x2000},      {0x0180, 0x2000, 0x4000},
+                                                  {0x0280, 0x4000, 0x8000}, {0x2080, 0x14000, 0x18000},
+                                                  {0x0084, 0, 0},           {0x3F8F, 0, 0x18000}};
     for (const auto &[keys, begin, end] : regions) {
         const RowName row{QString::number(keys, 16)};
         Wire wire(Pic18Device::pic18f4685);
-        Pic18Memory &memory = wire.pic().memory();
+        Pic18Memory &memory = wire.memory();
         memory.configuration()[6] |= 0x20; // the largest boot block
         memory.programMemory().fill('\0');
         memory.eeprom().fill('\0');
@@ -306,29 +295,26 @@ void Pic18TargetTest::erasesTheRegionsOfItsKeys()
 
 void Pic18TargetTest::ignoresWritesToProtectedMemory()
 {
-    const struct
-    {
-        const char *bit;
-        Word configuration;
-        Word value;
-        Word address;
-        Word keys;
-    } rows[] = {{"WRT0", 0x30000A, 0x0E, 0x800, 0x0180}, {"WRT3", 0x30000A, 0x07, 0xFFC0, 0x0880},
-                {"CP1", 0x300008, 0x0D, 0x4000, 0x0280}, {"WRTB", 0x30000B, 0xA000, 0x7C0, 0x0081},
-                {"CPB", 0x300009, 0x8000, 0x0, 0x0081},  {"WRTC", 0x30000B, 0xC000, 0x300001, 0x0082}};
+    const std::tuple<const char *, Word, Word, Word, Word> rows[] = {
+        {"WRT0", 0x30000A, 0x0E, 0x800, 0x0180}, {"WRT3", 0x30000A, 0x07, 0xFFC0, 0x0880},
+        {"CP1", 0x300008, 0x0D, 0x4000, 0x0280}, {"WRTB", 0x30000B, 0xA000, 0x7C0, 0x0081},
+        {"CPB", 0x300009, 0x8000, 0x0, 0x0081},  {"WRTC", 0x30000B, 0xC000, 0x300001, 0x0082}};
     for (const auto &[bit, configuration, value, address, keys] : rows) {
         const RowName row{bit};
         Wire wire;
+        const bool isProgram = address < 0x300000;
+        const KeptMemory &memory = isProgram ? wire.memory().programMemory() : wire.memory().configuration();
+        const Word cell = address % 0x300000;
         wire.enter().write(address, 0x0707).write(configuration, value);
         QCOMPARE(wire.violations(), QStringList());
         wire.write(address, 0x0202);
-        if (address < 0x300000)
+        if (isProgram)
             wire.eraseRow(address);
-        QCOMPARE(wire.cell(address), 0x07U);
+        QCOMPARE(static_cast<int>(memory[cell]), 0x07);
         const int count = wire.violations().filter("write ignored: protected memory at 0x").size();
-        QCOMPARE(count, address < 0x300000 ? 2 : 1);
+        QCOMPARE(count, isProgram ? 2 : 1);
         wire.bulkErase(keys).write(address, 0x0202);
-        QCOMPARE(wire.cell(address), 0x02U);
+        QCOMPARE(static_cast<int>(memory[cell]), 0x02);
         QCOMPARE(wire.violations().size(), count);
     }
 }
@@ -336,7 +322,7 @@ void Pic18TargetTest::ignoresWritesToProtectedMemory()
 void Pic18TargetTest::resetClearsTablePointerAndTablat()
 {
     Wire wire;
-    wire.pic().memory().programMemory() = "\x11";
+    wire.memory().programMemory() = "\x11";
     wire.enter().point(0x3C0005).core(moveWToTablat, 0).enter();
     QCOMPARE(wire.receive(0x2), 0x00U);
     QCOMPARE(wire.receive(0x8), 0x11U);
@@ -353,11 +339,11 @@ void Pic18TargetTest::writesItsEepromInFourMilliseconds()
     QVERIFY(isWriting());
     wire.wait(p10);
     QVERIFY(!isWriting());
-    QCOMPARE(static_cast<int>(wire.pic().memory().eeprom()[0x3FF]), 0x5A);
+    QCOMPARE(static_cast<int>(wire.memory().eeprom()[0x3FF]), 0x5A);
     QCOMPARE(wire.violations(), QStringList());
     wire.write(0x30000B, 0x6000).writeEeprom(0x3FF, 0).wait(eepromWrite).core(0); // WRTD
     QVERIFY(wire.violations().value(0).contains("EEPROM write ignored"));
-    QCOMPARE(static_cast<int>(wire.pic().memory().eeprom()[0x3FF]), 0x5A);
+    QCOMPARE(static_cast<int>(wire.memory().eeprom()[0x3FF]), 0x5A);
 }
 
 void Pic18TargetTest::memoriesInFilesSurviveAKillAtEachMoment()
@@ -382,9 +368,9 @@ void Pic18TargetTest::memoriesInFilesSurviveAKillAtEachMoment()
         QVERIFY(WIFSIGNALED(status));
         Wire wire;
         wire.boards().keepIn(folder.path());
-        QCOMPARE(wire.cell(0x41), last < 1 ? 0xFFU : 0xBEU);
-        QCOMPARE(wire.cell(0x300001), last < 2 ? 0x07U : 0x02U);
-        QCOMPARE(static_cast<int>(wire.pic().memory().eeprom()[0x3FF]), last < 3 ? 0xFF : 0x5A);
+        QCOMPARE(static_cast<int>(wire.memory().programMemory()[0x41]), last < 1 ? 0xFF : 0xBE);
+        QCOMPARE(static_cast<int>(wire.memory().configuration()[1]), last < 2 ? 0x07 : 0x02);
+        QCOMPARE(static_cast<int>(wire.memory().eeprom()[0x3FF]), last < 3 ? 0xFF : 0x5A);
     }
     QCOMPARE(QDir(folder.path()).entryList({"pic2.*"}),
              QStringList({"pic2.configuration", "pic2.eeprom", "pic2.program", "pic2.userid"}));

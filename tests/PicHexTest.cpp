@@ -166,16 +166,13 @@ void PicHexTest::percentagesFollowTheBytes()
         return result;
     };
     QByteArray windows;
-    QByteArray unixLike;
-    for (unsigned int line = 0; line < 200; ++line) { // of 45 characters with CR LF
-        windows += hexRecord(0, 16 * line, sequence(16));
-        unixLike += hexRecord(0, 16 * line, sequence(16), "\n");
-    }
+    for (unsigned int line = 0; line < 200; ++line)
+        windows += hexRecord(0, 16 * line, sequence(16)); // 45 characters
     QList<int> all;
     for (int percent = 1; percent <= 100; ++percent)
         all << percent;
     QCOMPARE(percentages(windows), all);
-    const QList<int> clamped = percentages(unixLike);
+    const QList<int> clamped = percentages(QByteArray(windows).replace('\r', ""));
     QCOMPARE(clamped.last(), 100);
     QVERIFY(std::is_sorted(clamped.begin(), clamped.end()));
     QCOMPARE(clamped.toSet().size(), clamped.size());
@@ -184,14 +181,7 @@ void PicHexTest::percentagesFollowTheBytes()
 
 void PicHexTest::verifyFailureStopsTheRun()
 {
-    const struct
-    {
-        const char *name;
-        unsigned int address;
-        unsigned char before;
-        unsigned char flipped; ///< bits that come out inverted
-        const char *report;
-    } rows[] = {
+    const std::tuple<const char *, unsigned int, unsigned char, unsigned char, const char *> rows[] = {
         {"byte stays erased", 0x40, 0xFF, 0xDE, "u32VerifyAddress: 64 u8VerifyCorrect: 33 u8VerifyActual 255"},
         {"bit flips", 0x43, 0xFF, 0x10, "u32VerifyAddress: 67 u8VerifyCorrect: 36 u8VerifyActual 52"},
         {"bit was not erased", 0x43, 0xFB, 0x00, "u32VerifyAddress: 67 u8VerifyCorrect: 36 u8VerifyActual 32"},
@@ -200,7 +190,7 @@ void PicHexTest::verifyFailureStopsTheRun()
         const RowName row{name};
         PicFixture fixture;
         fixture.memory().programMemory()[address] = before;
-        fixture.memory().flipOnWrite(address, flipped);
+        fixture.memory().flipOnWrite(address, flipped); // bits that come out inverted
         QVERIFY(!fixture.program(hexRecord(0, 0, sequence(16)) + hexRecord(0, 0x40, "\x21\x22\x23\x24") +
                                  hexRecord(0, 0x80, sequence(16))));
         QVERIFY(fixture.programmer().isFinished());

@@ -1,5 +1,6 @@
 #include <QtTest>
 #include <functional>
+#include <tuple>
 #include <utility>
 
 #include "pic/MemoryMappedPinController.h"
@@ -154,12 +155,6 @@ void PicLinkTest::byteIsSampledAfterTheFallingEdge()
 // the begin of another command.
 void PicLinkTest::operationsSendTheirSequences()
 {
-    struct Row
-    {
-        const char *name;
-        std::function<void(PicProgrammer &)> operate;
-        QString sequence;
-    };
     unsigned char data[] = {0x11, 0x22, 0x33, 0x44};
     const QString entry = "RESET SETUP ENTRY ";
     const QString programming = "P9 0 P10 0000 0 P10 cut short";
@@ -168,7 +163,7 @@ void PicLinkTest::operationsSendTheirSequences()
     QString rowErase = entry;
     for (const unsigned int row : {0x3F80U, 0x3FC0U, 0x4000U, 0x4040U, 0x4080U, 0x40C0U, 0x4100U, 0x4140U})
         rowErase += "0 8EA6 0 9CA6 0 84A6 " + pointer(row) + "0 88A6 0 82A6 P9 0 P10 0000 ";
-    const Row rows[] = {
+    const std::tuple<const char *, std::function<void(PicProgrammer &)>, QString> rows[] = {
         {"command", [](PicProgrammer &pic) { pic.vWriteCmd(0xFD); }, "D cut short"},
         {"table pointer", [](PicProgrammer &pic) { pic.vSetCoreAddress(0x3CA605); },
          "0 0E3C 0 6EF8 0 0EA6 0 6EF7 0 0E05 0 6EF6"},
@@ -193,11 +188,11 @@ void PicLinkTest::operationsSendTheirSequences()
     };
     PicProgrammer programmer(1, nullptr);
     inputBits.clear();
-    for (const Row &row : rows) {
-        const RowName name{row.name};
+    for (const auto &[name, operate, sequence] : rows) {
+        const RowName row{name};
         traffic.clear();
-        row.operate(programmer);
-        QCOMPARE(takeSequence(), row.sequence);
+        operate(programmer);
+        QCOMPARE(takeSequence(), sequence);
     }
 }
 

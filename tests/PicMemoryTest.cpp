@@ -1,4 +1,5 @@
 #include <QtTest>
+#include <tuple>
 
 #include "tests/DebugLines.h"
 #include "tests/PicFixture.h"
@@ -71,14 +72,10 @@ void PicMemoryTest::erasePhaseReportsItsPercentages()
 
 void PicMemoryTest::unerasedByteEndsTheErasePhase()
 {
-    const struct
-    {
-        unsigned int address;
-        int signalCount;
-        const char *report;
-    } rows[] = {{0x01FF, 0, "ev_pic_erase_next_block - erase error 0"},
-                {0x8000, 64, "ev_pic_erase_next_block - erase error 32768"},
-                {0xFFFF, 127, "ev_pic_erase_next_block - erase error 65024"}};
+    const std::tuple<unsigned int, int, const char *> rows[] = {
+        {0x01FF, 0, "ev_pic_erase_next_block - erase error 0"},
+        {0x8000, 64, "ev_pic_erase_next_block - erase error 32768"},
+        {0xFFFF, 127, "ev_pic_erase_next_block - erase error 65024"}};
     for (const auto &[address, signalCount, report] : rows) {
         const RowName row{report};
         const DebugLines lines;

@@ -3,6 +3,7 @@
 #include <QSettings>
 #include <QTextEdit>
 #include <QtTest>
+#include <tuple>
 #include <unistd.h>
 
 #include "simulator/models/pic/HexRecord.h"
@@ -187,12 +188,7 @@ void PicUpdateTest::disabledPicLineTouchesNothing()
 
 void PicUpdateTest::numberAfterTheWordSaysWhichPic()
 {
-    const struct
-    {
-        const char *line;
-        const char *announcement;
-        const char *failure;
-    } rows[] = {
+    const std::tuple<const char *, const char *, const char *> rows[] = {
         {"PIC01:/x", "Updating PIC 01 with file: /x", "red: Failed - Updating PIC[1] with file /x"},
         {"PIC:/x", "Updating PIC  with file: /x", "red: Failed - Updating PIC[0] with file /x"},
         {"PIC1:pic.hex", "Updating PIC 1 with file: pic.hex", "red: Failed - Updating PIC[1] with file pic.hex"},
