@@ -181,6 +181,8 @@ const struct
     {"0xE moves the pointer on",
      [](Wire &wire) { wire.core(setEepgd, clearCfgs).point(0x7E).send(0xE, 0x4433).hold().send(0xF, 0x6655).hold(); },
      0x7E, "33445566"},
+    {"MCLR clears the table pointer",
+     [](Wire &wire) { wire.core(setEepgd, clearCfgs).point(0x100).enter().send(0xF, 0x3412).hold(); }, 0, "1234"},
     {"a write only clears bits", [](Wire &wire) { wire.write(0x10, 0x0F0F).write(0x10, 0x3CFF); }, 0x10, "0f0c"},
     {"begin of an erased row", [](Wire &wire) { wire.write(0x7E, 0).write(0x80, 0).eraseRow(0x90); }, 0x7E, "0000ffff"},
     {"end of an erased row", [](Wire &wire) { wire.write(0xBE, 0).write(0xC0, 0).eraseRow(0x90); }, 0xBE, "ffff0000"},
@@ -210,18 +212,15 @@ private slots:
     void reportsWhatSiliconWouldNotAccept();
     void erasesTheRegionsOfItsKeys();
     void ignoresWritesToProtectedMemory();
-    void resetClearsTablePointerAndTablat();
     void writesItsEepromInFourMilliseconds();
     void memoriesInFilesSurviveAKillAtEachMoment();
 };
 
 void Pic18TargetTest::readsByEachTableReadCommand()
 {
-    const QPair<const Pic18Device *, Word> devices[] = {{&Pic18Device::pic18f4620, 0x0C07},
-                                                        {&Pic18Device::pic18f4680, 0x0E87},
-                                                        {&Pic18Device::pic18f4682, 0x2747},
-                                                        {&Pic18Device::pic18f4685, 0x2767}};
-    for (const auto &[device, id] : devices) {
+    for (const auto &[device, id] :
+         {qMakePair(&Pic18Device::pic18f4620, 0x0C07U), qMakePair(&Pic18Device::pic18f4680, 0x0E87U),
+          qMakePair(&Pic18Device::pic18f4682, 0x2747U), qMakePair(&Pic18Device::pic18f4685, 0x2767U)}) {
         const RowName row{device->name};
         Wire wire(*device);
         wire.memory().programMemory() = QByteArray(0x100, '\0') + "\x11\x22\x33\x44";
@@ -317,16 +316,6 @@ void Pic18TargetTest::ignoresWritesToProtectedMemory()
         QCOMPARE(static_cast<int>(memory[cell]), 0x02);
         QCOMPARE(wire.violations().size(), count);
     }
-}
-
-void Pic18TargetTest::resetClearsTablePointerAndTablat()
-{
-    Wire wire;
-    wire.memory().programMemory() = "\x11";
-    wire.enter().point(0x3C0005).core(moveWToTablat, 0).enter();
-    QCOMPARE(wire.receive(0x2), 0x00U);
-    QCOMPARE(wire.receive(0x8), 0x11U);
-    QCOMPARE(wire.violations(), QStringList());
 }
 
 void Pic18TargetTest::writesItsEepromInFourMilliseconds()
