@@ -67,7 +67,8 @@ void PicHexTest::assembledFileIsProgrammedExactly()
          {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685}) {
         const RowName row{device->name};
         const QString processor = QString(device->name).mid(3).toLower();
-        QStringList assemble = {"gpasm", "--quiet", "-p", processor, "-o", "/tmp/asm.hex", SAMPLE_FOLDER "/pic.asm"};
+        const QString source = SAMPLE_FOLDER "/pic.asm";
+        QStringList assemble = {"gpasm", "--quiet", "-p", processor, "-o", "/tmp/asm.hex", source};
         if (device->programSize > 0x10000)
             assemble << "--dos"; // CR LF line ends
         QVERIFY(run(assemble));

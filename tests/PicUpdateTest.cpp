@@ -138,12 +138,12 @@ void PicUpdateTest::chosenPicIsProgrammedAndTheOthersStayInReset()
 
 void PicUpdateTest::percentageReplacesTheOneBeforeIt()
 {
-    QTextEdit *const window = m_Panel->messageWindow();
-    QScrollBar *const scrollBar = window->verticalScrollBar();
-    window->viewport()->installEventFilter(this);
+    QScrollBar *const scrollBar = m_Panel->messageWindow()->verticalScrollBar();
+    m_Panel->messageWindow()->viewport()->installEventFilter(this);
     int mostPercentages = 0;
     QStringList seen;
-    connect(window, &QTextEdit::textChanged, this, [&] {
+    const QObject thisFunction;
+    connect(m_Panel->messageWindow(), &QTextEdit::textChanged, &thisFunction, [&] {
         const QStringList percentages = m_Panel->messages().filter("orange: ");
         mostPercentages = qMax(mostPercentages, percentages.size());
         if (mostPercentages < 2)
