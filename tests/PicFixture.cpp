@@ -11,8 +11,8 @@ using namespace simulator;
 
 PicFixture::PicFixture(int picNumber, const Pic18Device &device) : m_PicNumber(picNumber)
 {
-    VirtualBoards::Devices devices = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4620, &Pic18Device::pic18f4620,
-                                      &Pic18Device::pic18f4620};
+    VirtualBoards::Devices devices;
+    devices.fill(&Pic18Device::pic18f4620);
     devices[static_cast<size_t>(picNumber - 1)] = &device;
     VirtualBoards::install(devices);
     MemoryMappedPinController pins(pinControlBlock);

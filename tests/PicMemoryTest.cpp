@@ -1,4 +1,5 @@
 #include <QtTest>
+#include <tuple>
 
 #include "tests/DebugLines.h"
 #include "tests/PicFixture.h"
@@ -17,8 +18,11 @@ QByteArray pattern(int size)
     return bytes;
 }
 
-const Pic18Device *const devices[] = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682,
-                                      &Pic18Device::pic18f4685};
+template <size_t Size>
+QByteArray bytesOf(unsigned char (&array)[Size])
+{
+    return QByteArray(reinterpret_cast<char *>(array), Size);
+}
 
 } // namespace
 
@@ -27,130 +31,99 @@ class PicMemoryTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<DebugLines> m_Lines;
-
 private slots:
-    void init() { m_Lines = std::make_unique<DebugLines>(); }
-    void cleanup() { m_Lines.reset(); }
-    void erasePhaseReportsItsPercentages_data();
     void erasePhaseReportsItsPercentages();
-    void unerasedByteEndsTheErasePhase_data();
     void unerasedByteEndsTheErasePhase();
     void absentTargetNeverEndsAsErased();
-    void rowWriteIsExact();
     void readsEverything();
     void eepromIsCopiedAndRestored();
     void endlessEepromWriteIsGivenUp();
-    void rowEraseErases512Bytes();
 };
-
-void PicMemoryTest::erasePhaseReportsItsPercentages_data()
-{
-    QTest::addColumn<int>("picNumber");
-    for (const int number : {1, 2, 3, 4})
-        QTest::addRow("PIC %d", number) << number;
-}
 
 void PicMemoryTest::erasePhaseReportsItsPercentages()
 {
-    QFETCH(int, picNumber);
-    PicFixture fixture(picNumber, *devices[picNumber - 1]);
-    for (int number = 1; number <= 4; ++number) {
-        fixture.boards().pic(number).memory().programMemory() =
-            pattern(0x18000).left(fixture.memory().programMemory().size());
-        fixture.boards().pic(number).memory().eeprom() = pattern(1024);
+    const Pic18Device *const devices[] = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682,
+                                          &Pic18Device::pic18f4685};
+    for (const int picNumber : {1, 2, 3, 4}) {
+        const RowName row{QString("PIC %1").arg(picNumber)};
+        PicFixture fixture(picNumber, *devices[picNumber - 1]);
+        Pic18Memory &memory = fixture.memory();
+        Pic18Memory &other = fixture.boards().pic(picNumber % 4 + 1).memory();
+        const QByteArray program = pattern(memory.programMemory().size());
+        memory.programMemory() = program;
+        other.programMemory() = program;
+        memory.eeprom() = pattern(1024);
+        memory.configuration()[1] = 0x02;
+        QSignalSpy progress(&fixture.programmer(), SIGNAL(eraseNextBlock(int)));
+        QVERIFY(fixture.eraseAll());
+        QCOMPARE(progress.size(), 127);
+        for (int step = 0; step < progress.size(); ++step)
+            QCOMPARE(progress.at(step).at(0).toInt(), (step + 1) * 100 / 128);
+        QVERIFY(!fixture.programmer().isFinished());
+        QVERIFY(!fixture.target().isInProgrammingMode() && fixture.target().isOutOfReset());
+
+        QVERIFY(memory.programMemory().bytes() == QByteArray(0x10000, '\xFF') + program.mid(0x10000));
+        QVERIFY(memory.eeprom().bytes() == pattern(1024));
+        QCOMPARE(static_cast<int>(memory.configuration()[1]), 0x02);
+        QVERIFY(other.programMemory().bytes().startsWith(pattern(64)));
+        QCOMPARE(fixture.boards().violations(), QStringList());
     }
-    QSignalSpy progress(&fixture.programmer(), SIGNAL(eraseNextBlock(int)));
-    fixture.memory().configuration()[1] = 0x02;
-    QVERIFY(fixture.eraseAll());
-    QCOMPARE(progress.size(), 127);
-    for (int step = 0; step < progress.size(); ++step)
-        QCOMPARE(progress.at(step).at(0).toInt(), (step + 1) * 100 / 128);
-    QVERIFY(!fixture.programmer().isFinished());
-    QVERIFY(!fixture.target().isInProgrammingMode() && fixture.target().isOutOfReset());
-
-    QByteArray expected = pattern(0x18000).left(fixture.memory().programMemory().size());
-    expected.replace(0, 0x10000, QByteArray(0x10000, '\xFF'));
-    QVERIFY(fixture.memory().programMemory().bytes() == expected);
-    QVERIFY(fixture.memory().eeprom().bytes() == pattern(1024));
-    QCOMPARE(static_cast<int>(fixture.memory().configuration()[1]), 0x02);
-    QVERIFY(fixture.boards().pic(picNumber % 4 + 1).memory().programMemory().bytes().startsWith(pattern(64)));
-    QCOMPARE(fixture.boards().violations(), QStringList());
-}
-
-void PicMemoryTest::unerasedByteEndsTheErasePhase_data()
-{
-    QTest::addColumn<int>("address");
-    QTest::addColumn<int>("signalCount");
-    addRow("first step", 0x01FF, 0);
-    addRow("half way", 0x8000, 64);
-    addRow("last byte", 0xFFFF, 127);
 }
 
 void PicMemoryTest::unerasedByteEndsTheErasePhase()
 {
-    QFETCH(int, address);
-    QFETCH(int, signalCount);
-    PicFixture fixture;
-    fixture.memory().programMemory().fill('\0');
-    fixture.memory().breakErase(static_cast<unsigned int>(address), 0x10);
-    QSignalSpy progress(&fixture.programmer(), SIGNAL(eraseNextBlock(int)));
-    QSignalSpy failed(&fixture.programmer(), SIGNAL(eraseError()));
-    QVERIFY(!fixture.eraseAll());
-    QCOMPARE(progress.size(), signalCount);
-    QCOMPARE(failed.size(), 1);
-    QVERIFY(fixture.programmer().isFinished() && !fixture.programmer().isProgrammed());
-    QCOMPARE(DebugLines::take(),
-             QStringList(QString("ev_pic_erase_next_block - erase error %1").arg(address / 512 * 512)));
-    QVERIFY(!fixture.target().isInProgrammingMode());
+    const std::tuple<unsigned int, int, const char *> rows[] = {
+        {0x01FF, 0, "ev_pic_erase_next_block - erase error 0"},
+        {0x8000, 64, "ev_pic_erase_next_block - erase error 32768"},
+        {0xFFFF, 127, "ev_pic_erase_next_block - erase error 65024"}};
+    for (const auto &[address, signalCount, report] : rows) {
+        const RowName row{report};
+        const DebugLines lines;
+        PicFixture fixture;
+        fixture.memory().programMemory().fill('\0');
+        fixture.memory().breakErase(address, 0x10);
+        QSignalSpy progress(&fixture.programmer(), SIGNAL(eraseNextBlock(int)));
+        QSignalSpy failed(&fixture.programmer(), SIGNAL(eraseError()));
+        QVERIFY(!fixture.eraseAll());
+        QCOMPARE(progress.size(), signalCount);
+        QCOMPARE(failed.size(), 1);
+        QVERIFY(fixture.programmer().isFinished() && !fixture.programmer().isProgrammed());
+        QCOMPARE(lines.take(), QStringList(report));
+        QVERIFY(!fixture.target().isInProgrammingMode());
+    }
 }
 
 void PicMemoryTest::absentTargetNeverEndsAsErased()
 {
+    const DebugLines lines;
     PicFixture low;
     low.target().remove(false);
     QVERIFY(!low.eraseAll());
     QVERIFY(low.programmer().isFinished() && !low.programmer().isProgrammed());
+    lines.take();
 
     PicFixture high; // reads as erased: only the verify of a record can tell
     high.target().remove(true);
     QVERIFY(high.eraseAll());
-    DebugLines::take();
     QVERIFY(!high.program(hexRecord(0, 0x10, "\x01\x02")));
-    QVERIFY(DebugLines::take().at(0).startsWith("u32VerifyAddress: 16 u8VerifyCorrect: 1 u8VerifyActual 255"));
-}
-
-void PicMemoryTest::rowWriteIsExact()
-{
-    for (const int length : {0, 1, 2, 8, 64}) {
-        PicFixture fixture;
-        QByteArray data = pattern(64);
-        fixture.programmer().vProgramPicFlash(0x1240, static_cast<unsigned char>(length),
-                                              reinterpret_cast<unsigned char *>(data.data()));
-        QVERIFY(fixture.target().isInProgrammingMode());
-        QByteArray expected(0x10000, '\xFF');
-        const int written = length > 1 ? length : 0;
-        expected.replace(0x1240, written, data.left(written));
-        QVERIFY(fixture.memory().programMemory().bytes() == expected);
-        QCOMPARE(fixture.boards().violations(), QStringList());
-    }
+    QCOMPARE(lines.take().value(0), QString("u32VerifyAddress: 16 u8VerifyCorrect: 1 u8VerifyActual 255"));
 }
 
 void PicMemoryTest::readsEverything()
 {
     PicFixture fixture(4, Pic18Device::pic18f4685);
     fixture.memory().programMemory() = pattern(16);
-    fixture.memory().eeprom() = pattern(1024).right(100) + pattern(924);
+    fixture.memory().eeprom() = pattern(1024).right(100);
     fixture.programmer().ev_pic_read();
     QCOMPARE(static_cast<int>(u16DeviceId), 0x2767);
-    QCOMPARE(QByteArray(reinterpret_cast<char *>(au8ReadPicData), 16), fixture.memory().eeprom().bytes().left(16));
-    QCOMPARE(QByteArray(reinterpret_cast<char *>(au8DeviceConfig), 16), fixture.memory().configuration().bytes());
+    QCOMPARE(bytesOf(au8ReadPicData), fixture.memory().eeprom().bytes().left(16));
+    QCOMPARE(bytesOf(au8DeviceConfig), fixture.memory().configuration().bytes());
     QVERIFY(fixture.target().isInProgrammingMode());
     QCOMPARE(static_cast<int>(fixture.programmer().u16ReadPic()), 0x2767);
     QVERIFY(!fixture.target().isInProgrammingMode());
     fixture.programmer().vEnterIspMode();
     fixture.programmer().vReadPicRecord(0);
-    QCOMPARE(QByteArray(reinterpret_cast<char *>(au8ReadPicData), 16), pattern(16));
+    QCOMPARE(bytesOf(au8ReadPicData), pattern(16));
     QCOMPARE(fixture.boards().violations(), QStringList());
 }
 
@@ -181,17 +154,6 @@ void PicMemoryTest::endlessEepromWriteIsGivenUp()
     PicFixture absent;
     absent.target().remove(true);
     QVERIFY(!absent.programmer().vWritePicEeprom(5, 0x55));
-}
-
-void PicMemoryTest::rowEraseErases512Bytes()
-{
-    PicFixture fixture;
-    fixture.memory().programMemory().fill('\0');
-    fixture.programmer().vEraseProgramMemory(0x2000);
-    QByteArray expected(0x10000, '\0');
-    expected.replace(0x2000, 512, QByteArray(512, '\xFF'));
-    QVERIFY(fixture.memory().programMemory().bytes() == expected);
-    QCOMPARE(fixture.boards().violations(), QStringList());
 }
 
 QTEST_GUILESS_MAIN(PicMemoryTest)
