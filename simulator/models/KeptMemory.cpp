@@ -14,10 +14,4 @@ void KeptMemory::keepIn(const QString &fileName)
         qFatal("the memory %s cannot be mapped", qPrintable(fileName));
 }
 
-KeptMemory &KeptMemory::operator=(const QByteArray &content)
-{
-    std::copy_n(content.begin(), std::min(content.size(), size()), m_Bytes);
-    return *this;
-}
-
 } // namespace simulator

@@ -1,7 +1,7 @@
 #include "simulator/models/PseudoTerminal.h"
 
 #include <QCoreApplication>
-#include <QList>
+#include <QHash>
 #include <QSocketNotifier>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -31,10 +31,10 @@ dev_t deviceOf(int descriptor)
     return fstat(descriptor, &status) == 0 ? status.st_rdev : 0;
 }
 
-QList<PseudoTerminal *> &terminals()
+QHash<dev_t, PseudoTerminal *> &terminals()
 {
-    static QList<PseudoTerminal *> list;
-    return list;
+    static QHash<dev_t, PseudoTerminal *> terminalOfDevice;
+    return terminalOfDevice;
 }
 
 } // namespace
@@ -44,10 +44,9 @@ PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent)
       m_Name(name.toLocal8Bit()),
       m_Master(openMaster()),
       m_Port(::open(ptsname(m_Master), O_RDWR | O_NOCTTY)),
-      m_Device(deviceOf(m_Port)),
       m_Notifier(new QSocketNotifier(m_Master, QSocketNotifier::Read, this))
 {
-    terminals() << this;
+    terminals().insert(deviceOf(m_Port), this);
     ::unlink(m_Name.constData());
     if (m_Port < 0 || ::symlink(ptsname(m_Master), m_Name.constData()) != 0)
         qFatal("the port %s cannot be made", m_Name.constData());
@@ -55,7 +54,7 @@ PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent)
     tcgetattr(m_Port, &raw);
     cfmakeraw(&raw);
     tcsetattr(m_Port, TCSANOW, &raw);
-    connect(m_Notifier, SIGNAL(activated(int)), this, SIGNAL(readyRead()));
+    connect(m_Notifier, &QSocketNotifier::activated, this, &PseudoTerminal::readyRead);
 }
 
 PseudoTerminal::~PseudoTerminal()
@@ -65,11 +64,7 @@ PseudoTerminal::~PseudoTerminal()
 
 PseudoTerminal *PseudoTerminal::at(int descriptor)
 {
-    for (PseudoTerminal *terminal : terminals()) {
-        if (terminal->m_Device == deviceOf(descriptor))
-            return terminal;
-    }
-    return nullptr;
+    return terminals().value(deviceOf(descriptor));
 }
 
 QByteArray PseudoTerminal::readAll()
@@ -120,7 +115,7 @@ void PseudoTerminal::unplug()
 {
     if (m_Master < 0)
         return;
-    terminals().removeOne(this);
+    terminals().remove(deviceOf(m_Port));
     m_Notifier->setEnabled(false);
     ::unlink(m_Name.constData());
     ::close(m_Port);

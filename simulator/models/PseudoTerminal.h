@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QString>
 #include <functional>
-#include <sys/types.h>
 #include <termios.h>
 
 class QSocketNotifier;
@@ -60,7 +59,6 @@ private:
     QByteArray m_Name;
     int m_Master;
     int m_Port; ///< held open, so that the line stays up while the program has the port closed
-    dev_t m_Device;
     struct termios m_Settings = {};
     QSocketNotifier *m_Notifier;
 };

@@ -31,12 +31,12 @@ public:
         int refusedBlock = -1;           ///< answered with NAK although it is sound
         int unansweredBlock = -1;        ///< stored, but the reply is lost
         int cancelledBlock = -1;         ///< answered with CAN, which ends the transfer
+        int garbageBlock = -1;           ///< its reply is followed by a byte that means nothing
         bool refusedEnd = false;         ///< the end of the transfer is answered with NAK
         bool silentAfterCommand = false; ///< never asks for a transfer
         bool asksOnAfterTheEnd = false;  ///< keeps asking when the transfer has ended
-        QByteArray rubbishAfterCommand;  ///< comes before the board asks for the first block
-        QByteArray rubbishBeforeReply;
-        QByteArray rubbishAfterReply;
+        QByteArray garbageAfterCommand;  ///< comes before the board asks for the first block
+        QByteArray garbageBeforeReply;
     };
 
     /// `name` is the board's in moments and violations, and with a "-" that of its files; `times` may change later.
@@ -62,25 +62,22 @@ signals:
     void moment(const QString &name);
     void violation(const QString &text);
 
-private slots:
-    void proceed();
-
 private:
     enum class State { MeasuringProgram, Start, Command, Preparation, FirstBlock, NextBlock };
 
     struct Memory
     {
-        QByteArray image() const { return QByteArray(bytes.data(), imageSize); }
+        QByteArray image() const { return bytes.bytes().left(imageSize); }
 
         KeptMemory bytes;
         int imageSize = 0;
     };
 
+    void proceed();
     void takeCommand(char byte);
     void takeTransferByte(char byte);
     void takePacket(const QByteArray &packet);
     void takeEnd();
-    void store(const QByteArray &data);
     void waitIn(State state, int milliseconds);
     void reply(char byte);
     void refuse();

@@ -1,29 +1,31 @@
-#ifndef SIMULATOR_MODELS_PIC_BOARDMONITOR_H
-#define SIMULATOR_MODELS_PIC_BOARDMONITOR_H
+#ifndef SIMULATOR_MODELS_BOARDMONITOR_H
+#define SIMULATOR_MODELS_BOARDMONITOR_H
 
 #include <QStringList>
 #include <functional>
 
 namespace simulator {
 
-/// What the virtual boards share: the time, which passes only by what the updater does to its pins and by its waits,
-/// and those who watch the boards.
+/// Who watches virtual boards, and their time, which passes only by what the updater does and by its waits.
 class BoardMonitor
 {
 public:
     qint64 now() const { return m_Now; } ///< nanoseconds since the boards were switched on
     void advance(qint64 nanoseconds) { m_Now += nanoseconds; }
 
-    /// What the updater did to the chip `who` that real silicon would not accept. The first hundred are recorded: the
-    /// rest follow from those.
+    /// The updater did what real silicon would not accept.
+    void violation(const QString &text)
+    {
+        m_Violations << text;
+        if (onViolation)
+            onViolation(text);
+    }
+    /// The same to the chip `who`, now. The first hundred are recorded: the rest follow from those.
     void violation(const QString &who, const QString &what)
     {
-        if (m_Violations.size() == mostRecorded)
-            return;
         const QString microseconds = QString::number(static_cast<double>(m_Now) / 1000, 'f', 3);
-        m_Violations << QString::fromLatin1("%1 us: %2: %3").arg(microseconds, who, what);
-        if (onViolation)
-            onViolation(m_Violations.last());
+        if (m_Violations.size() < 100)
+            violation(QString::fromLatin1("%1 us: %2: %3").arg(microseconds, who, what));
     }
     const QStringList &violations() const { return m_Violations; }
     /// A memory has changed such that a power cut now is interesting.
@@ -34,11 +36,9 @@ public:
     }
 
     std::function<void(const QString &)> onViolation; ///< gets each violation as recorded
-    std::function<void(const QString &)> onMoment;    ///< gets "pic N erase", "pic N row" and so on
+    std::function<void(const QString &)> onMoment;
 
 private:
-    static const int mostRecorded = 100;
-
     qint64 m_Now = 0;
     QStringList m_Violations;
 };
