@@ -15,7 +15,15 @@ public:
     KeptMemory(int size, char content) : m_Private(size, content), m_Bytes(m_Private.data()) {}
 
     /// Goes on with what `fileName` holds; a file that is missing is made of the present content.
-    void keepIn(const QString &fileName);
+    void keepIn(const QString &fileName)
+    {
+        m_File.setFileName(fileName);
+        if (m_File.open(QIODevice::ReadWrite | QIODevice::Unbuffered) && m_File.size() != size())
+            m_File.write(m_Private);
+        m_Bytes = reinterpret_cast<char *>(m_File.map(0, size())); // shared with the file
+        if (m_Bytes == nullptr)
+            qFatal("the memory %s cannot be kept", qPrintable(fileName));
+    }
 
     int size() const { return m_Private.size(); }
     unsigned char &operator[](unsigned int index) const { return reinterpret_cast<unsigned char *>(m_Bytes)[index]; }

@@ -45,8 +45,8 @@ bool isSound(const QByteArray &packet, int block)
 EsaBootLoader::EsaBootLoader(const QString &name, const Times &times)
     : m_Name(name),
       m_Times(times),
-      m_Application{{applicationSize, erased}},
-      m_Eeprom{{eepromSize, erased}},
+      m_Application{{applicationSize, erased}, {}},
+      m_Eeprom{{eepromSize, erased}, {}},
       m_Complete(1, 1)
 {
     m_Timer.setSingleShot(true);
@@ -122,7 +122,7 @@ void EsaBootLoader::takeCommand(char byte)
     if (byte != receiveApplication && byte != receiveEeprom)
         return report(byte, "as a boot loader command");
     m_Memory = byte == receiveEeprom ? &m_Eeprom : &m_Application;
-    m_Memory->imageSize = 0;
+    m_Memory->image.clear();
     m_StoredSize = 0;
     m_BlockCount = 0;
     m_OutOfStep = faults.silentAfterCommand;
@@ -181,7 +181,7 @@ void EsaBootLoader::takeEnd()
 {
     if (faults.refusedEnd)
         return refuse();
-    m_Memory->imageSize = m_StoredSize;
+    m_Memory->image = m_Memory->bytes.bytes().left(m_StoredSize);
     if (m_Memory == &m_Application)
         m_Complete[0] = m_StoredSize > 0;
     ++m_TransferCount;

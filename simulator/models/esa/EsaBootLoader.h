@@ -49,8 +49,8 @@ public:
     bool isAsking() const;
 
     /// The image of the last transfer, padding included; empty until its end.
-    QByteArray application() const { return m_Application.image(); }
-    QByteArray eeprom() const { return m_Eeprom.image(); }
+    QByteArray application() const { return m_Application.image; }
+    QByteArray eeprom() const { return m_Eeprom.image; }
     int entryCount() const { return m_EntryCount; }       ///< entry bytes that were heard
     int transferCount() const { return m_TransferCount; } ///< that came to their end
     int blockCount() const { return m_BlockCount; }       ///< heard in the last transfer
@@ -67,10 +67,8 @@ private:
 
     struct Memory
     {
-        QByteArray image() const { return bytes.bytes().left(imageSize); }
-
         KeptMemory bytes;
-        int imageSize = 0;
+        QByteArray image;
     };
 
     void proceed();
