@@ -25,8 +25,8 @@ bool updatePic(PicProgrammer *programmer)
     for (unsigned int address = 0; address < 0x8000; address += recordBytes)
         file.write(simulator::hexRecord(0, address, QByteArray(recordBytes, '\xFF')));
     file.close();
-    QObject::connect(programmer, &PicProgrammer::eraseDone, programmer,
-                     [&] { programmer->programPic(file.fileName()); });
+    const QString name = file.fileName();
+    QObject::connect(programmer, &PicProgrammer::eraseDone, programmer, [=] { programmer->programPic(name); });
     programmer->ev_pic_begin_erase();
     while (!programmer->isFinished())
         QCoreApplication::processEvents();

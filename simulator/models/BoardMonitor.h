@@ -23,9 +23,8 @@ public:
     /// The same to the chip `who`, now. The first hundred are recorded: the rest follow from those.
     void violation(const QString &who, const QString &what)
     {
-        const QString microseconds = QString::number(static_cast<double>(m_Now) / 1000, 'f', 3);
         if (m_Violations.size() < 100)
-            violation(QString::fromLatin1("%1 us: %2: %3").arg(microseconds, who, what));
+            violation(QString::asprintf("%.3f us: ", static_cast<double>(m_Now) / 1000) + who + ": " + what);
     }
     const QStringList &violations() const { return m_Violations; }
     /// A memory has changed such that a power cut now is interesting.

@@ -42,10 +42,10 @@ Pic18Memory::Pic18Memory(const Pic18Device &device)
 
 void Pic18Memory::keepIn(const QString &prefix)
 {
-    m_Program.keepIn(prefix + QLatin1String("program"));
-    m_UserId.keepIn(prefix + QLatin1String("userid"));
-    m_Configuration.keepIn(prefix + QLatin1String("configuration"));
-    m_Eeprom.keepIn(prefix + QLatin1String("eeprom"));
+    m_Program.keepIn(prefix + "program");
+    m_UserId.keepIn(prefix + "userid");
+    m_Configuration.keepIn(prefix + "configuration");
+    m_Eeprom.keepIn(prefix + "eeprom");
 }
 
 unsigned char Pic18Memory::read(unsigned int address) const
