@@ -71,7 +71,7 @@ int simulator::runNandwrite(const Call &call)
         return mtdFailure;
     if (image.size() % pageSize != 0 && !call.options.count('p'))
         return refuse("error!: Input file is not page-aligned. Use the padding option.", mtdFailure);
-    image.resize((image.size() + pageSize - 1) / pageSize * pageSize, erased);
+    image += std::string((pageSize - image.size() % pageSize) % pageSize, erased);
     if (image.size() > fs::file_size(partition))
         return refuse("error!: Input file does not fit into device", mtdFailure);
     program(partition, image);

@@ -40,7 +40,7 @@ void Pic18Target::requireSince(qint64 begin, qint64 minimum, const char *what)
 {
     const qint64 actual = m_Monitor.now() - begin;
     if (actual < minimum)
-        m_Core.report(QString::asprintf("%s of %lld ns, at least %lld ns needed", what, actual, minimum));
+        m_Core.report(QString("%1 of %2 ns, at least %3 ns needed").arg(what).arg(actual).arg(minimum));
 }
 
 std::optional<bool> Pic18Target::dataOut() const
