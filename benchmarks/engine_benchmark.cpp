@@ -16,25 +16,22 @@
 #include <sys/resource.h>
 
 #include "app/TarselScreenManager.h"
-#include "benchmarks/BenchmarkUpdate.h"
+#include "benchmarks/CardUpdate.h"
 #include "screens/UpdaterProgressScreen.h"
 
 namespace {
 
-const int referenceLines = 100;
-const int mostLines = 10000;
 const double growthGoal = 1.5;
 const double startGoal = 1.3;
 const int starts = 9;
 
-double secondsOfUpdate(int lines)
+double secondsOfUpdateWith(int lines)
 {
-    QFile nothing(QLatin1String("/usr/bin/true"));
-    const bool opened = nothing.open(QIODevice::ReadOnly);
-    putPackageOnCard(QByteArray("SCRIPT:/payload\n").repeated(lines), opened ? nothing.readAll() : QByteArray());
+    QFile nothing("/usr/bin/true");
     UpdaterProgressScreen screen(nullptr, Qt::FramelessWindowHint);
-    const double seconds = secondsOfUpdateFromCard(&screen);
-    if (!screen.findChild<QTextEdit *>()->toPlainText().contains(QLatin1String("Update complete")))
+    const bool opened = nothing.open(QIODevice::ReadOnly);
+    const double seconds = secondsOfUpdate(&screen, QByteArray("SCRIPT:/payload\n").repeated(lines), nothing.readAll());
+    if (!opened || !screen.findChild<QTextEdit *>()->toPlainText().contains("Update complete"))
         exit(1);
     return seconds;
 }
@@ -65,34 +62,20 @@ int showFirstPicture(const QString &what)
 {
     FirstPicture picture;
     qApp->installEventFilter(&picture);
-    if (what == QLatin1String("updater")) {
+    if (what == "updater") {
         const TarselScreenManager manager(nullptr, Qt::FramelessWindowHint);
         return QApplication::exec();
     }
-    QLabel window(QLatin1String("F1"), nullptr, Qt::FramelessWindowHint); // with a text, so that a font is loaded
+    QLabel window("F1", nullptr, Qt::FramelessWindowHint); // with a text, so that a font is loaded
     window.setGeometry(3, 31, 281, 208);
     window.show();
     return QApplication::exec();
 }
 
-struct Starts
+double median(QVector<double> values)
 {
-    double bare;
-    double updater;
-};
-
-/// Medians of starts in turn.
-Starts measureStarts()
-{
-    QVector<double> bare;
-    QVector<double> updater;
-    for (int start = 0; start < starts; ++start) {
-        bare << secondsOfStart(QLatin1String("bare"));
-        updater << secondsOfStart(QLatin1String("updater"));
-    }
-    std::sort(bare.begin(), bare.end());
-    std::sort(updater.begin(), updater.end());
-    return {bare.at(starts / 2), updater.at(starts / 2)};
+    std::sort(values.begin(), values.end());
+    return values.at(values.size() / 2);
 }
 
 } // namespace
@@ -101,26 +84,27 @@ int main(int argc, char **argv)
 {
     const QApplication application(argc, argv);
     if (argc > 1)
-        return showFirstPicture(QString::fromLatin1(argv[1]));
+        return showFirstPicture(argv[1]);
     QTextStream out(stdout);
-    const Starts start = measureStarts();
+    QVector<double> bareStarts;
+    QVector<double> updaterStarts;
+    for (int start = 0; start < starts; ++start) {
+        bareStarts << secondsOfStart("bare");
+        updaterStarts << secondsOfStart("updater");
+    }
     rusage usage{};
     getrusage(RUSAGE_CHILDREN, &usage);
 
-    const double withoutLines = secondsOfUpdate(0);
-    double reference = 0;
-    double growth = 0;
-    for (const int lines : {10, referenceLines, 1000, mostLines}) {
-        const double perLine = (secondsOfUpdate(lines) - withoutLines) / lines;
-        out << lines << " lines: " << perLine * 1e6 << " us a line\n";
+    const double withoutLines = secondsOfUpdateWith(0);
+    QMap<int, double> perLine;
+    for (const int lines : {10, 100, 1000, 10000}) {
+        perLine[lines] = (secondsOfUpdateWith(lines) - withoutLines) / lines;
+        out << lines << " lines: " << perLine[lines] * 1e6 << " us a line\n";
         out.flush();
-        if (lines == referenceLines)
-            reference = perLine;
-        growth = perLine / reference;
     }
-    out << "figure engine.start_ms " << start.updater * 1e3 << " -\n";
-    out << "figure engine.start_ratio " << start.updater / start.bare << ' ' << startGoal << '\n';
+    out << "figure engine.start_ms " << median(updaterStarts) * 1e3 << " -\n";
+    out << "figure engine.start_ratio " << median(updaterStarts) / median(bareStarts) << ' ' << startGoal << '\n';
     out << "figure engine.peak_memory_kib " << usage.ru_maxrss << " -\n";
-    out << "figure engine.growth " << growth << ' ' << growthGoal << '\n';
+    out << "figure engine.growth " << perLine[10000] / perLine[100] << ' ' << growthGoal << '\n';
     return 0;
 }

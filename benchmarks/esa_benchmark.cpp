@@ -8,11 +8,9 @@
 #include <QVector>
 #include <algorithm>
 
-#include "benchmarks/BenchmarkUpdate.h"
+#include "benchmarks/CardUpdate.h"
 #include "screens/UpdaterProgressScreen.h"
 #include "simulator/models/esa/EsaBoards.h"
-
-using namespace simulator;
 
 namespace {
 
@@ -20,48 +18,6 @@ const int imageSize = 64 * 1024;
 const double lineLimit = 128 * 11520.0 / 134; // bytes a second: 133 bytes and one reply for each 128
 const double ratioGoal = 0.98;
 const double turnaroundGoalMs = 0.2;
-
-/// Takes the times at which the program sends its packets and the board gets them.
-class TransferMeter : public QObject
-{
-    Q_OBJECT
-
-public:
-    TransferMeter(UpdaterProgressScreen *screen, EsaBoards *boards)
-    {
-        m_Clock.start();
-        connect(screen, SIGNAL(ESAUpdateSendNextPacket()), this, SLOT(packetSent()));
-        boards->onMoment = [this, boards](const QString &) {
-            m_End = m_Clock.nsecsElapsed();
-            m_ReplyArrival = m_End + boards->byteNanoseconds;
-        };
-    }
-
-    double seconds() const { return static_cast<double>(m_End - m_Begin) / 1e9; }
-
-    double turnaroundMs(int percent)
-    {
-        std::sort(m_Turnarounds.begin(), m_Turnarounds.end());
-        return static_cast<double>(m_Turnarounds.at((m_Turnarounds.size() - 1) * percent / 100)) / 1e6;
-    }
-
-protected slots:
-    void packetSent()
-    {
-        const qint64 now = m_Clock.nsecsElapsed();
-        if (m_Begin == 0)
-            m_Begin = now;
-        else
-            m_Turnarounds << now - m_ReplyArrival;
-    }
-
-private:
-    QElapsedTimer m_Clock;
-    qint64 m_Begin = 0;
-    qint64 m_End = 0;
-    qint64 m_ReplyArrival = 0;
-    QVector<qint64> m_Turnarounds; ///< from a reply's arrival to the end of the write of what follows
-};
 
 QByteArray image()
 {
@@ -76,24 +32,41 @@ QByteArray image()
 int main(int argc, char **argv)
 {
     const QApplication application(argc, argv);
-    QApplication::setOrganizationName(QLatin1String("Vantrel"));
-    QApplication::setApplicationName(QLatin1String("Updater"));
-    QSettings().setValue(QLatin1String("AvrEnable"), true);
-    QTextStream out(stdout);
+    QApplication::setOrganizationName("Vantrel");
+    QApplication::setApplicationName("Updater");
+    QSettings().setValue("AvrEnable", true);
 
-    EsaBoards boards(nullptr);
-    putPackageOnCard("ESA_M_APP:/payload\n", image());
+    simulator::EsaBoards boards(nullptr);
     UpdaterProgressScreen screen(nullptr, Qt::FramelessWindowHint);
-    TransferMeter meter(&screen, &boards);
-    secondsOfUpdateFromCard(&screen);
+    QElapsedTimer clock;
+    clock.start();
+    qint64 begin = 0;
+    qint64 end = 0;
+    QVector<qint64> turnarounds; // from a reply's arrival to the end of the write of what follows
+    boards.onMoment = [&](const QString &) {
+        end = clock.nsecsElapsed();
+    };
+    QObject::connect(&screen, &UpdaterProgressScreen::ESAUpdateSendNextPacket, &screen, [&] {
+        const qint64 now = clock.nsecsElapsed();
+        if (begin == 0)
+            begin = now;
+        else
+            turnarounds << now - end - boards.byteNanoseconds;
+    });
+    secondsOfUpdate(&screen, "ESA_M_APP:/payload\n", image());
+
+    QTextStream out(stdout);
     if (boards.measurementBoard().application() != image() || !boards.violations().isEmpty()) {
-        out << "the board did not get the image: " << boards.violations().join(QLatin1String("; ")) << '\n';
+        out << "the board did not get the image: " << boards.violations().join("; ") << '\n';
         return 1;
     }
-    out << "figure esa.turnaround_p99_ms " << meter.turnaroundMs(99) << " -\n";
-    out << "figure esa.turnaround_median_ms " << meter.turnaroundMs(50) << ' ' << turnaroundGoalMs << '\n';
-    out << "figure esa.ratio_to_limit " << imageSize / meter.seconds() / lineLimit << ' ' << ratioGoal << '\n';
+    std::sort(turnarounds.begin(), turnarounds.end());
+    const auto turnaroundMs = [&](int percent) {
+        return static_cast<double>(turnarounds.at((turnarounds.size() - 1) * percent / 100)) / 1e6;
+    };
+    out << "figure esa.turnaround_p99_ms " << turnaroundMs(99) << " -\n";
+    out << "figure esa.turnaround_median_ms " << turnaroundMs(50) << ' ' << turnaroundGoalMs << '\n';
+    out << "figure esa.ratio_to_limit " << imageSize * 1e9 / static_cast<double>(end - begin) / lineLimit << ' '
+        << ratioGoal << '\n';
     return 0;
 }
-
-#include "esa_benchmark.moc"

@@ -285,8 +285,8 @@ void EsaUpdateTest::strayBytesAroundRepliesAreSkipped()
 {
     QFETCH(QByteArray, strayBytes);
     QFETCH(bool, split);
-    m_Boards->ioBoard().faults.rubbishBeforeReply = strayBytes;
-    m_Boards->ioBoard().faults.rubbishAfterCommand = split ? "\x06\x15" : "";
+    m_Boards->ioBoard().faults.garbageBeforeReply = strayBytes;
+    m_Boards->ioBoard().faults.garbageAfterCommand = split ? "\x06\x15" : "";
     if (split)
         m_Boards->splitReplies();
     QVERIFY(update("ESA_IO_APP:/image\n", {{"image", image(1000)}}));

@@ -15,18 +15,26 @@ public:
     KeptMemory(int size, char content) : m_Private(size, content), m_Bytes(m_Private.data()) {}
 
     /// Goes on with what `fileName` holds; a file that is missing is made of the present content.
-    void keepIn(const QString &fileName);
+    void keepIn(const QString &fileName)
+    {
+        m_File.setFileName(fileName);
+        if (m_File.open(QIODevice::ReadWrite | QIODevice::Unbuffered) && m_File.size() != size())
+            m_File.write(m_Private);
+        m_Bytes = reinterpret_cast<char *>(m_File.map(0, size())); // shared with the file
+        if (m_Bytes == nullptr)
+            qFatal("the memory %s cannot be kept", qPrintable(fileName));
+    }
 
-    char *data() { return m_Bytes; }
-    const char *data() const { return m_Bytes; }
     int size() const { return m_Private.size(); }
-
-    unsigned char &operator[](unsigned int index) { return reinterpret_cast<unsigned char *>(m_Bytes)[index]; }
-    unsigned char operator[](unsigned int index) const { return static_cast<unsigned char>(m_Bytes[index]); }
+    unsigned char &operator[](unsigned int index) const { return reinterpret_cast<unsigned char *>(m_Bytes)[index]; }
     QByteArray bytes() const { return QByteArray(m_Bytes, size()); } ///< a copy
-    /// Takes as many bytes of `content` as fit.
-    KeptMemory &operator=(const QByteArray &content);
     void fill(char value) { std::fill_n(m_Bytes, size(), value); }
+    /// Takes as many bytes of `content` as fit.
+    void put(int offset, const QByteArray &content)
+    {
+        std::copy_n(content.begin(), std::min(content.size(), size() - offset), m_Bytes + offset);
+    }
+    void operator=(const QByteArray &content) { put(0, content); }
 
 private:
     Q_DISABLE_COPY(KeptMemory)

@@ -1,11 +1,11 @@
 #include "simulator/models/PseudoTerminal.h"
 
 #include <QCoreApplication>
-#include <QList>
+#include <QHash>
 #include <QSocketNotifier>
-#include <cstdlib>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pty.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -15,15 +15,7 @@ namespace simulator {
 
 namespace {
 
-const int readSize = 4096;
-
-int openMaster()
-{
-    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
-    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0)
-        qFatal("no pseudo-terminal can be made");
-    return master;
-}
+QHash<dev_t, PseudoTerminal *> terminals;
 
 dev_t deviceOf(int descriptor)
 {
@@ -31,31 +23,21 @@ dev_t deviceOf(int descriptor)
     return fstat(descriptor, &status) == 0 ? status.st_rdev : 0;
 }
 
-QList<PseudoTerminal *> &terminals()
-{
-    static QList<PseudoTerminal *> list;
-    return list;
-}
-
 } // namespace
 
-PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent)
-    : QObject(parent),
-      m_Name(name.toLocal8Bit()),
-      m_Master(openMaster()),
-      m_Port(::open(ptsname(m_Master), O_RDWR | O_NOCTTY)),
-      m_Device(deviceOf(m_Port)),
-      m_Notifier(new QSocketNotifier(m_Master, QSocketNotifier::Read, this))
+PseudoTerminal::PseudoTerminal(const QString &name, QObject *parent) : QObject(parent), m_Name(name.toLocal8Bit())
 {
-    terminals() << this;
     ::unlink(m_Name.constData());
-    if (m_Port < 0 || ::symlink(ptsname(m_Master), m_Name.constData()) != 0)
+    if (openpty(&m_Master, &m_Port, nullptr, nullptr, nullptr) != 0 || fcntl(m_Master, F_SETFL, O_NONBLOCK) != 0 ||
+        ::symlink(ptsname(m_Master), m_Name.constData()) != 0)
         qFatal("the port %s cannot be made", m_Name.constData());
+    terminals.insert(deviceOf(m_Port), this);
     struct termios raw = {};
     tcgetattr(m_Port, &raw);
     cfmakeraw(&raw);
     tcsetattr(m_Port, TCSANOW, &raw);
-    connect(m_Notifier, SIGNAL(activated(int)), this, SIGNAL(readyRead()));
+    m_Notifier = new QSocketNotifier(m_Master, QSocketNotifier::Read, this);
+    connect(m_Notifier, &QSocketNotifier::activated, this, &PseudoTerminal::readyRead);
 }
 
 PseudoTerminal::~PseudoTerminal()
@@ -65,17 +47,13 @@ PseudoTerminal::~PseudoTerminal()
 
 PseudoTerminal *PseudoTerminal::at(int descriptor)
 {
-    for (PseudoTerminal *terminal : terminals()) {
-        if (terminal->m_Device == deviceOf(descriptor))
-            return terminal;
-    }
-    return nullptr;
+    return terminals.value(deviceOf(descriptor));
 }
 
 QByteArray PseudoTerminal::readAll()
 {
     QByteArray bytes;
-    char buffer[readSize];
+    char buffer[4096];
     for (ssize_t count = 0; (count = ::read(m_Master, buffer, sizeof buffer)) > 0;)
         bytes.append(buffer, static_cast<int>(count));
     return bytes;
@@ -120,7 +98,7 @@ void PseudoTerminal::unplug()
 {
     if (m_Master < 0)
         return;
-    terminals().removeOne(this);
+    terminals.remove(deviceOf(m_Port));
     m_Notifier->setEnabled(false);
     ::unlink(m_Name.constData());
     ::close(m_Port);

@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QString>
 #include <functional>
-#include <sys/types.h>
 #include <termios.h>
 
 class QSocketNotifier;
@@ -58,9 +57,8 @@ private:
     int bytesAtPort() const;
 
     QByteArray m_Name;
-    int m_Master;
-    int m_Port; ///< held open, so that the line stays up while the program has the port closed
-    dev_t m_Device;
+    int m_Master = -1;
+    int m_Port = -1; ///< held open, so that the line stays up while the program has the port closed
     struct termios m_Settings = {};
     QSocketNotifier *m_Notifier;
 };

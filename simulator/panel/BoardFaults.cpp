@@ -1,6 +1,6 @@
 #include "simulator/panel/BoardFaults.h"
 
-#include <cstdlib>
+#include <map>
 
 #include "simulator/models/esa/EsaBoards.h"
 #include "simulator/models/pic/VirtualBoards.h"
@@ -8,37 +8,46 @@
 
 using namespace simulator;
 using InstrumentState::Record;
+using EsaFaults = EsaBootLoader::Faults;
 
 namespace {
 
-unsigned int numberAt(const Record &fault, size_t field)
+const std::map<std::string, int EsaFaults::*> faultsOfABlock = {
+    {"refused", &EsaFaults::refusedBlock},
+    {"unanswered", &EsaFaults::unansweredBlock},
+    {"cancelled", &EsaFaults::cancelledBlock},
+    {"garbage", &EsaFaults::garbageBlock},
+};
+const std::map<std::string, bool EsaFaults::*> faultsOfATransfer = {
+    {"refused-end", &EsaFaults::refusedEnd},
+    {"silent", &EsaFaults::silentAfterCommand},
+};
+
+int numberAt(const Record &fault, size_t field)
 {
-    return field < fault.size() ? static_cast<unsigned int>(std::strtoul(fault[field].c_str(), nullptr, 0)) : 0;
+    return std::stoi(fault.at(field));
 }
 
 void injectPicFault(const Record &fault)
 {
-    Pic18Target &pic = VirtualBoards::installed().pic(static_cast<int>(numberAt(fault, 0)));
-    const unsigned int address = numberAt(fault, 2);
-    const auto mask = static_cast<unsigned char>(1U << numberAt(fault, 3));
-    if (fault[1] == "never-erased") {
+    Pic18Target &pic = VirtualBoards::installed().pic(numberAt(fault, 0));
+    if (fault.at(1) == "absent")
+        return pic.remove(false);
+    const auto address = static_cast<unsigned int>(numberAt(fault, 2));
+    const auto mask = static_cast<unsigned char>(1 << numberAt(fault, 3));
+    if (fault.at(1) == "never-erased")
         pic.memory().breakErase(address, mask);
-    } else if (fault[1] == "flipped") {
+    else
         pic.memory().flipOnWrite(address, mask);
-    } else if (fault[1] == "absent") {
-        pic.remove(false);
-    }
 }
 
 void injectEsaFault(const Record &fault, EsaBootLoader *board)
 {
-    const int block = static_cast<int>(numberAt(fault, 2));
-    if (fault[1] == "refused")
-        board->faults.refusedBlock = block;
-    else if (fault[1] == "unanswered")
-        board->faults.unansweredBlock = block;
-    else if (fault[1] == "silent")
-        board->faults.silentAfterCommand = true;
+    const auto ofABlock = faultsOfABlock.find(fault.at(1));
+    if (ofABlock != faultsOfABlock.end())
+        board->faults.*ofABlock->second = numberAt(fault, 2);
+    else
+        board->faults.*faultsOfATransfer.at(fault.at(1)) = true;
 }
 
 } // namespace
@@ -48,5 +57,5 @@ void simulator::injectBoardFaults(EsaBoards *esaBoards)
     for (const Record &fault : InstrumentState::read(InstrumentState::plan, "pic"))
         injectPicFault(fault);
     for (const Record &fault : InstrumentState::read(InstrumentState::plan, "esa"))
-        injectEsaFault(fault, fault[0] == "io" ? &esaBoards->ioBoard() : &esaBoards->measurementBoard());
+        injectEsaFault(fault, fault.at(0) == "io" ? &esaBoards->ioBoard() : &esaBoards->measurementBoard());
 }

@@ -11,6 +11,9 @@ class EsaBoards;
 ///   pic NUMBER absent                     there is no chip
 ///   esa io|measurement refused BLOCK      the block is answered with NAK
 ///   esa io|measurement unanswered BLOCK   the reply to the block is lost
+///   esa io|measurement cancelled BLOCK    the block is answered with CAN, which ends the transfer
+///   esa io|measurement garbage BLOCK      the reply to the block is followed by a byte that means nothing
+///   esa io|measurement refused-end        the end of the transfer is answered with NAK
 ///   esa io|measurement silent             the board never asks for an image
 void injectBoardFaults(EsaBoards *esaBoards);
 

@@ -1,6 +1,6 @@
 #include "simulator/panel/ChangeRecorder.h"
 
-#include <algorithm>
+#include <set>
 
 #include "simulator/tools/InstrumentState.h"
 
@@ -10,15 +10,9 @@ namespace simulator {
 
 namespace {
 
-const char *const volatileFolders[] = {"/dev", "/proc", "/run", "/root", "/sys"};
-
-struct Place
-{
-    fs::path folder;
-    const char *shownAs;
-};
-
-const Place places[] = {{"/", "/"}, {InstrumentState::flash, "/dev/"}, {InstrumentState::media, "medium "}};
+const std::set<fs::path> volatileFolders = {"/dev", "/proc", "/run", "/root", "/sys"};
+const std::map<fs::path, const char *> shownFolders = {
+    {"/", "/"}, {InstrumentState::flash, "/dev/"}, {InstrumentState::media, "medium "}};
 
 bool isSame(const struct stat &left, const struct stat &right)
 {
@@ -60,18 +54,16 @@ void ChangeRecorder::record()
 ChangeRecorder::Files ChangeRecorder::snapshot()
 {
     Files files;
-    for (const Place &place : places) {
+    for (const auto &[folder, shownAs] : shownFolders) {
         std::error_code error;
-        fs::recursive_directory_iterator entry(place.folder, fs::directory_options::skip_permission_denied, error);
+        fs::recursive_directory_iterator entry(folder, fs::directory_options::skip_permission_denied, error);
         for (; entry != fs::recursive_directory_iterator(); entry.increment(error)) {
             const fs::path &path = entry->path();
-            if (std::find(std::begin(volatileFolders), std::end(volatileFolders), path) != std::end(volatileFolders)) {
-                entry.disable_recursion_pending();
-                continue;
-            }
             struct stat status = {};
-            if (lstat(path.c_str(), &status) == 0)
-                files.emplace(place.shownAs + path.lexically_relative(place.folder).string(), status);
+            if (volatileFolders.count(path))
+                entry.disable_recursion_pending();
+            else if (lstat(path.c_str(), &status) == 0)
+                files.emplace(shownAs + path.lexically_relative(folder).string(), status);
         }
     }
     return files;

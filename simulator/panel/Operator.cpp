@@ -2,8 +2,6 @@
 
 #include <QApplication>
 #include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QImage>
 #include <QPainter>
 #include <QPushButton>
@@ -16,7 +14,6 @@
 #include "screens/ScreenTypes.h"
 #include "simulator/models/pic/VirtualBoards.h"
 #include "simulator/panel/BoardFaults.h"
-#include "simulator/tools/InstrumentState.h"
 
 using namespace simulator;
 
@@ -26,36 +23,17 @@ const QSize displaySize(320, 240);
 const int cameraIntervalMs = 50;
 const int longestStartMs = 60000; // of a busy host; its clock may be a fast one
 
-struct Source
-{
-    const char *name;
-    Qt::Key key;
-};
-
-const Source sources[] = {{"pc", Qt::Key_F1}, {"stick", Qt::Key_F2}, {"sd", Qt::Key_F3}};
+const std::map<std::string, Qt::Key> keyOfSource = {{"pc", Qt::Key_F1}, {"stick", Qt::Key_F2}, {"sd", Qt::Key_F3}};
 
 void startOperator()
 {
     auto *panelOperator = new Operator(QCoreApplication::instance());
-    QTimer::singleShot(0, panelOperator, SLOT(begin()));
+    QTimer::singleShot(0, panelOperator, &Operator::begin);
 }
 
 void record(const char *kind, const QString &text)
 {
     InstrumentState::append(InstrumentState::journal, {kind, text.toStdString()});
-}
-
-/// The folder of the storage that the instrument shows to the PC; empty when it shows none.
-QString exportedStorage()
-{
-    const std::string prefix = "file=";
-    for (const InstrumentState::Record &module : InstrumentState::read(InstrumentState::modules)) {
-        if (module.size() > 1 && module[1].rfind(prefix, 0) == 0) {
-            const InstrumentState::Path storage = module[1].substr(prefix.size());
-            return QString::fromStdString(InstrumentState::media / storage.filename());
-        }
-    }
-    return QString();
 }
 
 } // namespace
@@ -65,13 +43,7 @@ Q_COREAPP_STARTUP_FUNCTION(startOperator)
 
 Operator::Operator(QObject *parent) : QObject(parent), m_EsaBoards(nullptr)
 {
-    m_RunCamera.setInterval(cameraIntervalMs);
-    connect(&m_RunCamera, SIGNAL(timeout()), this, SLOT(photographRun()));
-    keepBoards();
-}
-
-void Operator::keepBoards()
-{
+    connect(&m_RunCamera, &QTimer::timeout, this, &Operator::photographRun);
     const QString folder = QString::fromStdString(InstrumentState::boards);
     QDir().mkpath(folder);
     VirtualBoards &pics = VirtualBoards::installed();
@@ -95,34 +67,30 @@ void Operator::recordMoment(const QString &moment)
 void Operator::begin()
 {
     m_Screens = findScreens();
-    m_MessageWindow = m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
-    connect(m_MessageWindow, SIGNAL(textChanged()), this, SLOT(recordMessages()));
-    connect(m_MessageWindow->verticalScrollBar(), SIGNAL(valueChanged(int)), this, SLOT(photographHalfWay()));
+    m_MessageWindow = m_Screens->findChild<QTextEdit *>("progressMessageWindow");
+    connect(m_MessageWindow, &QTextEdit::textChanged, this, &Operator::recordMessages);
+    connect(m_MessageWindow->verticalScrollBar(), &QScrollBar::valueChanged, this, &Operator::photographHalfWay);
 
     for (const InstrumentState::Record &person : InstrumentState::read(InstrumentState::plan, "operator"))
-        followPlan(QString::fromStdString(person.at(0)), QString::fromStdString(person.at(1)));
+        followPlan(keyOfSource.at(person.at(0)), person.at(1));
 }
 
-void Operator::followPlan(const QString &source, const QString &package)
+void Operator::followPlan(Qt::Key sourceKey, const InstrumentState::Path &package)
 {
     if (!QTest::qWaitForWindowActive(m_Screens, longestStartMs))
         qDebug() << "the screens do not get the keyboard";
-    if (source == QLatin1String("nobody"))
-        return QApplication::exit(0);
-    takePicture(QLatin1String("main-screen"));
-    for (const Source &known : sources) {
-        if (source == QLatin1String(known.name))
-            pressFunctionKey(m_Screens, known.key);
-    }
-    takePicture(QLatin1String("prompt"));
+    takePicture("main-screen");
+    pressFunctionKey(m_Screens, sourceKey);
+    takePicture("prompt");
     pressF1ForRun();
-    const QString storage = exportedStorage();
-    if (!storage.isEmpty()) {
-        takePicture(QLatin1String("copy-prompt"));
-        QFile::copy(package, storage + QLatin1Char('/') + QFileInfo(package).fileName());
+    for (const InstrumentState::Record &parameter : InstrumentState::read(InstrumentState::modules, "g_mass_storage")) {
+        takePicture("copy-prompt");
+        const InstrumentState::Path storage(parameter.at(0)); // "file=" and its path
+        std::error_code noRoom;                               // the update reports that the package is missing
+        std::filesystem::copy(package, InstrumentState::media / storage.filename(), noRoom);
         pressF1ForRun();
     }
-    takePicture(QLatin1String("end"));
+    takePicture("end");
     pressFunctionKey(m_Screens, Qt::Key_F1);
     QApplication::exit(m_Screens->currentIndex() == MainScreenIndex ? 0 : 1);
 }
@@ -130,16 +98,16 @@ void Operator::followPlan(const QString &source, const QString &package)
 // The program is in the run until the press returns; the camera gets its turn wherever the run processes events.
 void Operator::pressF1ForRun()
 {
-    m_RunCamera.start();
+    m_RunCamera.start(cameraIntervalMs);
     pressFunctionKey(m_Screens, Qt::Key_F1);
     m_RunCamera.stop();
 }
 
 void Operator::photographRun()
 {
-    const auto *f1Button = m_Screens->currentWidget()->findChild<QPushButton *>(QLatin1String("F1Button"));
+    const auto *f1Button = m_Screens->currentWidget()->findChild<QPushButton *>("F1Button");
     if (!f1Button->isEnabled()) {
-        takePicture(QLatin1String("running"));
+        takePicture("running");
         m_RunCamera.stop();
     }
 }
@@ -148,18 +116,13 @@ void Operator::photographRun()
 // percentage.
 void Operator::photographHalfWay()
 {
-    const PanelMessage last = lastMessage();
-    const bool halfWay = last.text == QLatin1String("50%");
-    if (halfWay && !m_HalfWay)
-        takePicture(QLatin1String("half-way"));
-    if (last.isPercentage())
-        m_HalfWay = halfWay;
-}
-
-PanelMessage Operator::lastMessage() const
-{
     const QList<PanelMessage> messages = panelMessages(*m_MessageWindow->document());
-    return messages.isEmpty() ? PanelMessage() : messages.last();
+    if (messages.isEmpty() || !messages.last().isPercentage())
+        return;
+    const bool halfWay = messages.last().text == "50%";
+    if (halfWay && !m_HalfWay)
+        takePicture("half-way");
+    m_HalfWay = halfWay;
 }
 
 // A prompt replaces everything. A percentage is replaced by the next one, so that only the last of them is a message.
@@ -192,5 +155,5 @@ void Operator::takePicture(const QString &name)
     ++m_PictureCount;
     const QString folder = QString::fromStdString(InstrumentState::directory / "pictures");
     QDir().mkpath(folder);
-    display.save(QString::fromLatin1("%1/%2-%3.png").arg(folder).arg(m_PictureCount).arg(name));
+    display.save(QString("%1/%2-%3.png").arg(folder).arg(m_PictureCount).arg(name));
 }

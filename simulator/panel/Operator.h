@@ -1,14 +1,12 @@
 #ifndef SIMULATOR_PANEL_OPERATOR_H
 #define SIMULATOR_PANEL_OPERATOR_H
 
-#include <QObject>
-#include <QString>
-#include <QTimer>
 #include <map>
 
 #include "simulator/models/esa/EsaBoards.h"
 #include "simulator/panel/ChangeRecorder.h"
 #include "simulator/panel/PanelAccess.h"
+#include "simulator/tools/InstrumentState.h"
 
 class QTextEdit;
 
@@ -27,19 +25,16 @@ class Operator : public QObject
 public:
     explicit Operator(QObject *parent);
 
-protected slots:
     void begin();
-    void photographRun();
-    void photographHalfWay();
-    void recordMessages();
 
 private:
-    void keepBoards();
-    void recordMoment(const QString &moment);
-    void followPlan(const QString &source, const QString &package);
+    void followPlan(Qt::Key sourceKey, const InstrumentState::Path &package);
     void pressF1ForRun();
-    PanelMessage lastMessage() const;
+    void photographRun();
+    void photographHalfWay();
     void takePicture(const QString &name);
+    void recordMessages();
+    void recordMoment(const QString &moment);
 
     QStackedWidget *m_Screens = nullptr;
     QTextEdit *m_MessageWindow = nullptr;

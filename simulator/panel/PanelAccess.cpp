@@ -16,12 +16,12 @@ namespace {
 
 QString colourName(const QTextBlock &block)
 {
+    const QBrush foreground = block.begin().fragment().charFormat().foreground();
     for (const char *name : {"red", "green", "orange"}) {
-        const QBrush foreground = block.begin().fragment().charFormat().foreground();
-        if (foreground.style() != Qt::NoBrush && foreground.color() == QColor(QLatin1String(name)))
-            return QLatin1String(name);
+        if (foreground.style() != Qt::NoBrush && foreground.color() == QColor(name))
+            return name;
     }
-    return QLatin1String("plain");
+    return "plain";
 }
 
 } // namespace

@@ -21,7 +21,7 @@ struct PanelMessage
     QString colour; ///< "plain", "red", "green" or "orange"
     QString text;   ///< without the white space around it
 
-    bool isPercentage() const { return colour == QLatin1String("orange"); }
+    bool isPercentage() const { return colour == "orange"; }
 };
 
 /// The lines of the message window from top to bottom, without blank ones.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -17,20 +16,6 @@ const char backingFileSystemOffset[] = "4096";
 Path existingOrNone(const Path &path)
 {
     return std::filesystem::exists(path) ? path : Path();
-}
-
-bool isSeparator(char character)
-{
-    return character == '\n' || character == '\t';
-}
-
-Path fileSystemBehindLoop(const std::string &device)
-{
-    for (const Record &loop : read(loops)) {
-        if (loop.at(0) == device && loop.at(1) == backingFileSystemOffset && loop.at(2) == backingFile)
-            return existingOrNone(media / "backfile");
-    }
-    return {};
 }
 
 } // namespace
@@ -60,7 +45,8 @@ void append(const Path &file, const Record &record)
 {
     std::string line;
     for (std::string field : record) {
-        std::replace_if(field.begin(), field.end(), isSeparator, ' '); // a name or an argument may hold one
+        std::replace(field.begin(), field.end(), '\n', ' '); // a name or an argument may hold one
+        std::replace(field.begin(), field.end(), '\t', ' ');
         line += (line.empty() ? "" : "\t") + field;
     }
     std::ofstream(file, std::ios::app) << line + "\n";
@@ -104,9 +90,13 @@ Path fileSystemOn(const std::string &device)
     const Path path(device);
     if (path.parent_path() != "/dev")
         return {};
-    if (path.filename() == "loop0")
-        return fileSystemBehindLoop(device);
-    return existingOrNone(media / path.filename());
+    if (path.filename() != "loop0")
+        return existingOrNone(media / path.filename());
+    for (const Record &loop : read(loops, device)) {
+        if (loop.at(0) == backingFileSystemOffset && loop.at(1) == backingFile)
+            return existingOrNone(media / "backfile");
+    }
+    return {};
 }
 
 Path rawDevice(const std::string &device)

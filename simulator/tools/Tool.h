@@ -1,30 +1,33 @@
 #ifndef SIMULATOR_TOOLS_TOOL_H
 #define SIMULATOR_TOOLS_TOOL_H
 
+#include <map>
 #include <string>
 #include <vector>
 
 namespace simulator {
 
-/// The stand-ins for the instrument's system tools. One program under many names: each function below is a tool, takes
-/// the arguments after the program name and returns the exit code that the real tool would give. They change the state
-/// of the virtual instrument only, and refuse what the real tool refuses.
-using Arguments = std::vector<std::string>;
+/// How a stand-in tool is called.
+struct Call
+{
+    std::map<char, std::string> options; ///< by letter; the value of one that has none is empty
+    std::vector<std::string> operands;
+};
 
-/// Prints "`tool`: `message`" to standard error and returns `exitCode`.
-int refuse(const std::string &tool, const std::string &message, int exitCode);
+/// Prints the message behind the tool's name to standard error and returns `exitCode`.
+int refuse(const std::string &message, int exitCode);
 
-int runMount(const Arguments &arguments);
-int runUmount(const Arguments &arguments);
-int runLosetup(const Arguments &arguments);
-
-int runModprobe(const Arguments &arguments);
-int runRmmod(const Arguments &arguments);
-
-int runFlashEraseall(const Arguments &arguments);
-int runNandwrite(const Arguments &arguments);
-int runUbiformat(const Arguments &arguments);
-int runSdimage(const Arguments &arguments);
+// The stand-ins for the instrument's system tools return the exit code that the real tool would give. They change the
+// state of the virtual instrument only, and refuse what the real tools refuse.
+int runMount(const Call &call);
+int runUmount(const Call &call);
+int runLosetup(const Call &call);
+int runModprobe(const Call &call);
+int runRmmod(const Call &call);
+int runFlashEraseall(const Call &call);
+int runNandwrite(const Call &call);
+int runUbiformat(const Call &call);
+int runSdimage(const Call &call);
 
 } // namespace simulator
 

@@ -20,20 +20,16 @@ bool isSetForBoards(const struct termios &settings)
 
 EsaBoards::EsaBoards(QObject *parent)
     : QObject(parent),
-      m_Line(QLatin1String("/dev/ttyAPP1"), nullptr),
-      m_IoBoard(QLatin1String("esa io"), times),
-      m_MeasurementBoard(QLatin1String("esa measurement"), times)
+      m_Line("/dev/ttyAPP1", nullptr),
+      m_IoBoard("esa io", times),
+      m_MeasurementBoard("esa measurement", times)
 {
     join(&m_IoBoard);
     join(&m_MeasurementBoard);
-    connect(&m_Line, SIGNAL(readyRead()), this, SLOT(receive()));
-    connect(&m_Pump, SIGNAL(timeout()), this, SLOT(pump()));
-    m_Line.onDrain = [this] {
-        drain();
-    };
-    VirtualBoards::installed().beforeSelectChange = [this] {
-        selectChanges();
-    };
+    connect(&m_Line, &PseudoTerminal::readyRead, this, [this] { take(m_Line.readAll()); });
+    connect(&m_Pump, &QTimer::timeout, this, &EsaBoards::pump);
+    m_Line.onDrain = std::bind(&EsaBoards::drain, this);
+    VirtualBoards::installed().beforeSelectChange = std::bind(&EsaBoards::selectChanges, this);
 }
 
 EsaBoards::~EsaBoards()
@@ -49,22 +45,14 @@ void EsaBoards::join(EsaBootLoader *board)
         m_ToPort.put(bytes, byteNanoseconds);
         m_Pump.start();
     });
-    connect(board, &EsaBootLoader::moment, this, [this](const QString &name) {
-        if (onMoment)
-            onMoment(name);
-    });
-    connect(board, &EsaBootLoader::violation, this, &EsaBoards::report);
+    connect(board, &EsaBootLoader::moment, this, [this](const QString &name) { moment(name); });
+    connect(board, &EsaBootLoader::violation, this, [this](const QString &text) { violation(text); });
 }
 
 void EsaBoards::keepIn(const QString &folder)
 {
     m_IoBoard.keepIn(folder);
     m_MeasurementBoard.keepIn(folder);
-}
-
-void EsaBoards::receive()
-{
-    take(m_Line.readAll());
 }
 
 void EsaBoards::take(const QByteArray &bytes)
@@ -74,11 +62,11 @@ void EsaBoards::take(const QByteArray &bytes)
     VirtualBoards::installed().advance(bytes.size() * byteNanoseconds);
     m_Undrained = true;
     if (!VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin))
-        report(QLatin1String("serial bytes while the board select pin is not driven"));
+        violation("serial bytes while the board select pin is not driven");
     if (isSetForBoards(m_Line.settings()))
         m_ToBoards.put(bytes, byteNanoseconds);
     else
-        report(QLatin1String("serial bytes at settings other than 115200 baud, 8 data bits, no parity, one stop bit"));
+        violation("serial bytes at settings other than 115200 baud, 8 data bits, no parity, one stop bit");
     pump();
 }
 
@@ -114,7 +102,7 @@ void EsaBoards::selectChanges()
 {
     take(m_Line.readAllSent());
     if (m_Undrained)
-        report(QLatin1String("the board select pin moves before the port is drained"));
+        violation("the board select pin moves before the port is drained");
     m_Undrained = false;
     m_ToPort.clear();
     if (selected().isAsking())
@@ -125,13 +113,6 @@ EsaBootLoader &EsaBoards::selected()
 {
     const bool high = VirtualBoards::installed().pins().isDrivenHigh(VirtualBoards::selectPin);
     return high ? m_MeasurementBoard : m_IoBoard;
-}
-
-void EsaBoards::report(const QString &text)
-{
-    m_Violations << text;
-    if (onViolation)
-        onViolation(text);
 }
 
 } // namespace simulator

@@ -1,9 +1,7 @@
 #ifndef SIMULATOR_MODELS_ESA_ESABOARDS_H
 #define SIMULATOR_MODELS_ESA_ESABOARDS_H
 
-#include <QStringList>
-#include <functional>
-
+#include "simulator/models/BoardMonitor.h"
 #include "simulator/models/PseudoTerminal.h"
 #include "simulator/models/esa/EsaBootLoader.h"
 #include "simulator/models/esa/SerialWire.h"
@@ -12,7 +10,10 @@ namespace simulator {
 
 /// The two ESA boards behind the serial port /dev/ttyAPP1. A byte belongs to the board that the select pin selects
 /// when its time on the wire ends. The select pin must not move after bytes were sent before the port was drained.
-class EsaBoards : public QObject
+///
+/// Its moments: "esa io boot loader", "esa io erase" (it has begun), "esa io block", "esa io end", and the same with
+/// "esa measurement".
+class EsaBoards : public QObject, public BoardMonitor
 {
     Q_OBJECT
 
@@ -28,13 +29,6 @@ public:
     EsaBootLoader &measurementBoard() { return m_MeasurementBoard; }
     PseudoTerminal &line() { return m_Line; }
 
-    /// What the boards would not accept, in order.
-    const QStringList &violations() const { return m_Violations; }
-    std::function<void(const QString &)> onViolation;
-    /// Called when a memory has changed and a power cut is of interest: "esa io boot loader", "esa io erase" (it has
-    /// begun), "esa io block", "esa io end", and the same with "esa measurement".
-    std::function<void(const QString &)> onMoment;
-
     EsaBootLoader::Times times;
     qint64 byteNanoseconds = 10 * 1000000000LL / 115200;
 
@@ -44,17 +38,13 @@ public:
     /// The program reads each byte of a reply by itself.
     void splitReplies() { m_SplitReplies = true; }
 
-private slots:
-    void receive();
-    void pump();
-
 private:
     void join(EsaBootLoader *board);
     EsaBootLoader &selected();
     void take(const QByteArray &bytes);
+    void pump();
     void drain();
     void selectChanges();
-    void report(const QString &text);
 
     PseudoTerminal m_Line;
     SerialWire m_ToBoards;
@@ -62,7 +52,6 @@ private:
     QTimer m_Pump; ///< runs while a byte is on a wire
     EsaBootLoader m_IoBoard;
     EsaBootLoader m_MeasurementBoard;
-    QStringList m_Violations;
     bool m_Undrained = false;
     int m_UnplugAfter = -1;
     bool m_SplitReplies = false;

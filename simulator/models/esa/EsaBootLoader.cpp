@@ -1,7 +1,5 @@
 #include "simulator/models/esa/EsaBootLoader.h"
 
-#include <algorithm>
-
 namespace simulator {
 
 namespace {
@@ -19,6 +17,7 @@ const int dataSize = 128;
 const int packetSize = headerSize + dataSize + 2;
 const int receiveBufferSize = 2; // of the AVR's UART
 const char erased = '\xFF';
+const char lineNoise = '\xFF';
 
 // A table lookup for each half byte, so that a fault in the sender's calculation is not repeated here.
 unsigned int crc16(const QByteArray &data)
@@ -34,17 +33,11 @@ unsigned int crc16(const QByteArray &data)
     return crc;
 }
 
-unsigned int byteAt(const QByteArray &packet, int index)
-{
-    return static_cast<unsigned char>(packet.at(index));
-}
-
+// The sum over the data and their sum is 0.
 bool isSound(const QByteArray &packet, int block)
 {
-    const unsigned int number = static_cast<unsigned int>(block) % 256;
-    return byteAt(packet, 1) == number && byteAt(packet, 2) == 0xFF - number &&
-           crc16(packet.mid(headerSize, dataSize)) ==
-               byteAt(packet, packetSize - 2) * 256 + byteAt(packet, packetSize - 1);
+    return packet.at(1) == static_cast<char>(block) && packet.at(2) == static_cast<char>(~block) &&
+           crc16(packet.mid(headerSize)) == 0;
 }
 
 } // namespace
@@ -52,22 +45,22 @@ bool isSound(const QByteArray &packet, int block)
 EsaBootLoader::EsaBootLoader(const QString &name, const Times &times)
     : m_Name(name),
       m_Times(times),
-      m_Application{{applicationSize, erased}},
-      m_Eeprom{{eepromSize, erased}},
+      m_Application{{applicationSize, erased}, {}},
+      m_Eeprom{{eepromSize, erased}, {}},
       m_Complete(1, 1)
 {
     m_Timer.setSingleShot(true);
     m_Timer.setTimerType(Qt::PreciseTimer);
-    connect(&m_Timer, SIGNAL(timeout()), this, SLOT(proceed()));
+    connect(&m_Timer, &QTimer::timeout, this, &EsaBootLoader::proceed);
 }
 
 void EsaBootLoader::keepIn(const QString &folder)
 {
-    const QString prefix = folder + QLatin1Char('/') + QString(m_Name).replace(QLatin1Char(' '), QLatin1Char('-'));
-    m_Application.bytes.keepIn(prefix + QLatin1String(".application"));
-    m_Eeprom.bytes.keepIn(prefix + QLatin1String(".eeprom"));
-    m_Complete.keepIn(prefix + QLatin1String(".complete"));
-    m_State = *m_Complete.data() != 0 ? State::MeasuringProgram : State::Command;
+    const QString prefix = folder + '/' + QString(m_Name).replace(' ', '-');
+    m_Application.bytes.keepIn(prefix + ".application");
+    m_Eeprom.bytes.keepIn(prefix + ".eeprom");
+    m_Complete.keepIn(prefix + ".complete");
+    m_State = m_Complete[0] != 0 ? State::MeasuringProgram : State::Command;
 }
 
 void EsaBootLoader::receive(char byte)
@@ -93,10 +86,8 @@ void EsaBootLoader::receive(char byte)
     case State::Preparation:
         report(byte, "before the board asks");
         break;
-    case State::FirstBlock:
-    case State::NextBlock:
+    default:
         takeTransferByte(byte);
-        break;
     }
 }
 
@@ -106,9 +97,7 @@ void EsaBootLoader::proceed()
     if (m_State == State::Start) {
         m_State = State::Command;
         reach("boot loader");
-        QByteArray waiting;
-        waiting.swap(m_Waiting);
-        for (const char byte : waiting)
+        for (const char byte : std::exchange(m_Waiting, {}))
             receive(byte);
         return;
     }
@@ -133,15 +122,15 @@ void EsaBootLoader::takeCommand(char byte)
     if (byte != receiveApplication && byte != receiveEeprom)
         return report(byte, "as a boot loader command");
     m_Memory = byte == receiveEeprom ? &m_Eeprom : &m_Application;
-    m_Memory->imageSize = 0;
+    m_Memory->image.clear();
     m_StoredSize = 0;
     m_BlockCount = 0;
     m_OutOfStep = faults.silentAfterCommand;
-    if (!faults.rubbishAfterCommand.isEmpty())
-        emit sends(faults.rubbishAfterCommand);
+    if (!faults.garbageAfterCommand.isEmpty())
+        emit sends(faults.garbageAfterCommand);
     waitIn(State::Preparation, byte == receiveApplication ? m_Times.eraseMs : 0);
     if (byte == receiveApplication) {
-        *m_Complete.data() = 0;
+        m_Complete[0] = 0;
         m_Application.bytes.fill(erased);
         reach("erase");
     }
@@ -158,11 +147,8 @@ void EsaBootLoader::takeTransferByte(char byte)
     }
     m_State = State::NextBlock;
     m_Packet += byte;
-    if (m_Packet.size() < packetSize)
-        return;
-    QByteArray packet;
-    packet.swap(m_Packet);
-    takePacket(packet);
+    if (m_Packet.size() == packetSize)
+        takePacket(std::exchange(m_Packet, {}));
 }
 
 void EsaBootLoader::takePacket(const QByteArray &packet)
@@ -170,7 +156,7 @@ void EsaBootLoader::takePacket(const QByteArray &packet)
     const int index = m_BlockCount++;
     const int block = m_StoredSize / dataSize;
     if (!isSound(packet, block)) {
-        report(QString::fromLatin1("unsound packet where block %1 is due").arg(block));
+        report(QString("unsound packet where block %1 is due").arg(block));
         return refuse();
     }
     if (index == faults.refusedBlock)
@@ -178,29 +164,26 @@ void EsaBootLoader::takePacket(const QByteArray &packet)
     if (index == faults.cancelledBlock)
         return cancel();
     if (m_StoredSize == m_Memory->bytes.size()) {
-        report(QString::fromLatin1("block %1 is beyond the end of the memory").arg(block));
+        report(QString("block %1 is beyond the end of the memory").arg(block));
         return cancel();
     }
-    store(packet.mid(headerSize, dataSize));
+    m_Memory->bytes.put(m_StoredSize, packet.mid(headerSize, dataSize));
+    m_StoredSize += dataSize;
+    reach("block");
     m_OutOfStep = index == faults.unansweredBlock;
     if (!m_OutOfStep)
         reply(acknowledge);
-}
-
-void EsaBootLoader::store(const QByteArray &data)
-{
-    std::copy(data.begin(), data.end(), m_Memory->bytes.data() + m_StoredSize);
-    m_StoredSize += dataSize;
-    reach("block");
+    if (index == faults.garbageBlock)
+        emit sends(QByteArray(1, lineNoise));
 }
 
 void EsaBootLoader::takeEnd()
 {
     if (faults.refusedEnd)
         return refuse();
-    m_Memory->imageSize = m_StoredSize;
+    m_Memory->image = m_Memory->bytes.bytes().left(m_StoredSize);
     if (m_Memory == &m_Application)
-        *m_Complete.data() = m_StoredSize > 0 ? 1 : 0;
+        m_Complete[0] = m_StoredSize > 0;
     ++m_TransferCount;
     waitIn(State::Command, 0);
     reach("end");
@@ -215,7 +198,7 @@ void EsaBootLoader::waitIn(State state, int milliseconds)
 
 void EsaBootLoader::reply(char byte)
 {
-    emit sends(faults.rubbishBeforeReply + byte + faults.rubbishAfterReply);
+    emit sends(faults.garbageBeforeReply + byte);
 }
 
 /// Waits for the same block, or the end, again, for ever.
@@ -234,19 +217,17 @@ void EsaBootLoader::cancel()
 
 void EsaBootLoader::reach(const char *what)
 {
-    emit moment(m_Name + QLatin1Char(' ') + QLatin1String(what));
+    emit moment(m_Name + ' ' + what);
 }
 
 void EsaBootLoader::report(const QString &text)
 {
-    emit violation(m_Name + QLatin1String(": ") + text);
+    emit violation(m_Name + ": " + text);
 }
 
 void EsaBootLoader::report(char byte, const char *where)
 {
-    report(QString::fromLatin1("byte 0x%1 %2")
-               .arg(static_cast<uchar>(byte), 2, 16, QLatin1Char('0'))
-               .arg(QLatin1String(where)));
+    report(QString::asprintf("byte 0x%02x %s", static_cast<unsigned char>(byte), where));
 }
 
 } // namespace simulator

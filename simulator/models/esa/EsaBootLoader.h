@@ -31,12 +31,12 @@ public:
         int refusedBlock = -1;           ///< answered with NAK although it is sound
         int unansweredBlock = -1;        ///< stored, but the reply is lost
         int cancelledBlock = -1;         ///< answered with CAN, which ends the transfer
+        int garbageBlock = -1;           ///< its reply is followed by a byte that means nothing
         bool refusedEnd = false;         ///< the end of the transfer is answered with NAK
         bool silentAfterCommand = false; ///< never asks for a transfer
         bool asksOnAfterTheEnd = false;  ///< keeps asking when the transfer has ended
-        QByteArray rubbishAfterCommand;  ///< comes before the board asks for the first block
-        QByteArray rubbishBeforeReply;
-        QByteArray rubbishAfterReply;
+        QByteArray garbageAfterCommand;  ///< comes before the board asks for the first block
+        QByteArray garbageBeforeReply;
     };
 
     /// `name` is the board's in moments and violations, and with a "-" that of its files; `times` may change later.
@@ -49,8 +49,8 @@ public:
     bool isAsking() const;
 
     /// The image of the last transfer, padding included; empty until its end.
-    QByteArray application() const { return m_Application.image(); }
-    QByteArray eeprom() const { return m_Eeprom.image(); }
+    QByteArray application() const { return m_Application.image; }
+    QByteArray eeprom() const { return m_Eeprom.image; }
     int entryCount() const { return m_EntryCount; }       ///< entry bytes that were heard
     int transferCount() const { return m_TransferCount; } ///< that came to their end
     int blockCount() const { return m_BlockCount; }       ///< heard in the last transfer
@@ -62,25 +62,20 @@ signals:
     void moment(const QString &name);
     void violation(const QString &text);
 
-private slots:
-    void proceed();
-
 private:
     enum class State { MeasuringProgram, Start, Command, Preparation, FirstBlock, NextBlock };
 
     struct Memory
     {
-        QByteArray image() const { return QByteArray(bytes.data(), imageSize); }
-
         KeptMemory bytes;
-        int imageSize = 0;
+        QByteArray image;
     };
 
+    void proceed();
     void takeCommand(char byte);
     void takeTransferByte(char byte);
     void takePacket(const QByteArray &packet);
     void takeEnd();
-    void store(const QByteArray &data);
     void waitIn(State state, int milliseconds);
     void reply(char byte);
     void refuse();

@@ -6,8 +6,17 @@
 namespace simulator {
 
 /// A line of an Intel HEX file. The checksum is wrong by `error`.
-QByteArray hexRecord(int type, unsigned int address, const QByteArray &data, const char *lineEnd = "\r\n",
-                     int error = 0);
+inline QByteArray hexRecord(int type, unsigned int address, const QByteArray &data, const char *lineEnd = "\r\n",
+                            int error = 0)
+{
+    QByteArray bytes;
+    for (const auto byte : {unsigned(data.size()), address >> 8, address, unsigned(type)})
+        bytes.append(static_cast<char>(byte));
+    bytes.append(data);
+    for (const char byte : qAsConst(bytes))
+        error -= byte;
+    return ':' + bytes.append(static_cast<char>(error)).toHex().toUpper() + lineEnd;
+}
 
 } // namespace simulator
 

@@ -16,11 +16,6 @@ const unsigned char eepgd = 0x80;
 const unsigned int lowEraseKeyAddress = 0x3C0004;
 const unsigned int highEraseKeyAddress = 0x3C0005;
 
-QString hexadecimal(unsigned int value)
-{
-    return QLatin1String("0x") + QString::number(value, 16).toUpper();
-}
-
 } // namespace
 
 // EEPGD and CFGS are unknown after power-on: they are set here, and a use before they are written is a violation.
@@ -30,16 +25,11 @@ Pic18Core::Pic18Core(Pic18Memory &memory, BoardMonitor &monitor, const QString &
     m_Registers[sfrEecon1] = eepgd | cfgs | wrerr;
 }
 
-void Pic18Core::report(const QString &text)
-{
-    m_Monitor.violation(m_Name, text);
-}
-
 void Pic18Core::reset()
 {
     settleEepromWrite();
     if (isSet(wr) && !isSet(eepgd))
-        report(QLatin1String("reset during an EEPROM write"));
+        report("reset during an EEPROM write");
     const unsigned char kept = m_Registers[sfrEecon1] & (eepgd | cfgs | wrerr);
     m_Registers.fill(0);
     m_Registers[sfrEecon1] = kept;
@@ -70,7 +60,7 @@ void Pic18Core::execute(unsigned int instruction)
     } else if (bitOfEecon1 && (operation & 0xE0) == 0x80) {
         changeEecon1(static_cast<unsigned char>(1U << (operation >> 1 & 7)), (operation & 0x10) == 0);
     } else {
-        report(QLatin1String("unknown core instruction ") + hexadecimal(instruction));
+        report(QString::asprintf("unknown core instruction 0x%X", instruction));
     }
 }
 
@@ -85,13 +75,13 @@ void Pic18Core::changeEecon1(unsigned char mask, bool set)
         if (selects(0, "EEPROM read"))
             m_Registers[sfrEedata] = m_Memory.readEeprom(eepromAddress());
     } else if (mask == wr && !isSet(wren)) {
-        report(QLatin1String("write started while EECON1 does not enable writes"));
+        report("write started while EECON1 does not enable writes");
     } else {
         eecon1 |= mask;
         if (mask == wr && isSet(eepgd))
             startProgramming();
         else if (mask == wr && selects(0, "EEPROM write"))
-            m_EepromWriteEnd = m_Monitor.now() + m_EepromWriteTime;
+            m_EepromWriteEnd = m_Monitor.now() + eepromWriteTime;
     }
 }
 
@@ -100,9 +90,8 @@ bool Pic18Core::selects(unsigned char memory, const char *action)
 {
     if (!m_UndefinedBits && (m_Registers[sfrEecon1] & (eepgd | cfgs)) == memory)
         return true;
-    report(QString::fromLatin1("%1 with EECON1 %2%3 and table pointer %4")
-               .arg(QLatin1String(action), hexadecimal(m_Registers[sfrEecon1]),
-                    QLatin1String(m_UndefinedBits ? ", not set since power-on," : ""), hexadecimal(tablePointer())));
+    report(QString::asprintf("%s with EECON1 0x%X%s and table pointer 0x%X", action, m_Registers[sfrEecon1],
+                             m_UndefinedBits ? ", not set since power-on," : "", tablePointer()));
     return false;
 }
 
@@ -111,10 +100,10 @@ void Pic18Core::settleEepromWrite()
     if (!isSet(wr) || isSet(eepgd) || m_Monitor.now() < m_EepromWriteEnd)
         return;
     m_Registers[sfrEecon1] &= static_cast<unsigned char>(~wr);
-    if (m_Memory.isEepromWriteProtected())
-        return report(QLatin1String("EEPROM write ignored: the EEPROM is protected"));
-    m_Memory.writeEeprom(eepromAddress(), m_Registers[sfrEedata]);
-    m_Monitor.moment(m_Name.toLower() + QLatin1String(" eeprom"));
+    if (m_Memory.writeEeprom(eepromAddress(), m_Registers[sfrEedata]))
+        m_Monitor.moment(m_Name.toLower() + " eeprom");
+    else
+        report("EEPROM write ignored: the EEPROM is protected");
 }
 
 unsigned int Pic18Core::tablePointer() const
@@ -143,7 +132,7 @@ void Pic18Core::tableRead(unsigned int mode)
 void Pic18Core::latchTablat()
 {
     if (!m_TablatLatched)
-        report(QLatin1String("no NOP between the write of TABLAT and its shift out"));
+        report("no NOP between the write of TABLAT and its shift out");
 }
 
 // The pointer moves on in modes 1 and 2; modes 2 and 3 start programming. A word goes into two latches, the low byte
@@ -168,16 +157,25 @@ void Pic18Core::loadEraseKey(unsigned int operand)
 {
     const unsigned int key = operand & 0xFF;
     if (key != operand >> 8)
-        report(QLatin1String("both halves of a bulk erase key differ: ") + hexadecimal(operand));
+        report(QString::asprintf("both halves of a bulk erase key differ: 0x%X", operand));
     else if (tablePointer() == highEraseKeyAddress)
         m_HighEraseKey = key;
     else if (!m_HighEraseKey)
-        report(QLatin1String("low bulk erase key before the high one"));
+        report("low bulk erase key before the high one");
     else {
         m_EraseKeys = *m_HighEraseKey << 8 | key;
         m_BulkErase = BulkErase::KeysLoaded;
         m_HighEraseKey.reset();
     }
+}
+
+void Pic18Core::bulkErase()
+{
+    m_BulkErase = BulkErase::Idle;
+    if (m_Memory.bulkErase(m_EraseKeys))
+        m_Monitor.moment(m_Name.toLower() + " erase");
+    else
+        report(QString::asprintf("unknown bulk erase keys 0x%X", m_EraseKeys));
 }
 
 void Pic18Core::startProgramming()
@@ -186,24 +184,21 @@ void Pic18Core::startProgramming()
     m_WritePending = true;
     m_WriteAddress.reset();
     if (!m_Memory.isProgrammable(pointer))
-        report(QLatin1String("programming started at ") + hexadecimal(pointer) + QLatin1String(", where no memory is"));
+        report(QString::asprintf("programming started at 0x%X, where no memory is", pointer));
     else if (selects(Pic18Memory::isConfiguration(pointer) ? eepgd | cfgs : eepgd, "programming started"))
         m_WriteAddress = pointer;
 }
 
-void Pic18Core::completeWrite()
+void Pic18Core::endWrite(bool heldLongEnough)
 {
-    if (m_WriteAddress && m_Memory.isWriteProtected(*m_WriteAddress))
-        report(QLatin1String("write ignored: protected memory at ") + hexadecimal(*m_WriteAddress));
-    else if (m_WriteAddress && isSet(wr) && isSet(freeRow))
-        m_Memory.eraseRow(*m_WriteAddress);
-    else if (m_WriteAddress)
-        programLatches(*m_WriteAddress);
-    abandonWrite();
-}
-
-void Pic18Core::abandonWrite()
-{
+    if (heldLongEnough && m_WriteAddress) {
+        if (m_Memory.isWriteProtected(*m_WriteAddress))
+            report(QString::asprintf("write ignored: protected memory at 0x%X", *m_WriteAddress));
+        else if (isSet(wr) && isSet(freeRow))
+            m_Memory.eraseRow(*m_WriteAddress);
+        else
+            programLatches(*m_WriteAddress);
+    }
     m_Registers[sfrEecon1] &= static_cast<unsigned char>(~(wr | freeRow));
     m_Latches.clear();
     m_WritePending = false;
@@ -213,21 +208,12 @@ void Pic18Core::abandonWrite()
 void Pic18Core::programLatches(unsigned int address)
 {
     const bool configuration = Pic18Memory::isConfiguration(address);
-    const unsigned int position = address % Pic18Memory::rowSize;
-    for (auto latch = m_Latches.cbegin(); latch != m_Latches.cend(); ++latch) {
-        if (!configuration || latch.key() == position)
-            m_Memory.program(address - position + latch.key(), latch.value());
+    const unsigned int row = address / Pic18Memory::rowSize * Pic18Memory::rowSize;
+    for (const auto &[position, value] : m_Latches) {
+        if (!configuration || row + position == address)
+            m_Memory.program(row + position, value);
     }
-    m_Monitor.moment(m_Name.toLower() + QLatin1String(configuration ? " configuration" : " row"));
-}
-
-void Pic18Core::bulkErase()
-{
-    m_BulkErase = BulkErase::Idle;
-    if (m_Memory.bulkErase(m_EraseKeys))
-        m_Monitor.moment(m_Name.toLower() + QLatin1String(" erase"));
-    else
-        report(QLatin1String("unknown bulk erase keys ") + hexadecimal(m_EraseKeys));
+    m_Monitor.moment(m_Name.toLower() + (configuration ? " configuration" : " row"));
 }
 
 } // namespace simulator

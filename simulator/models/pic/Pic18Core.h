@@ -2,9 +2,10 @@
 #define SIMULATOR_MODELS_PIC_PIC18CORE_H
 
 #include <array>
+#include <map>
 #include <optional>
 
-#include "simulator/models/pic/BoardMonitor.h"
+#include "simulator/models/BoardMonitor.h"
 #include "simulator/models/pic/Pic18Memory.h"
 
 namespace simulator {
@@ -28,14 +29,15 @@ public:
 
     /// The latches are to be programmed, or the row erased, as soon as the clock is held.
     bool isWritePending() const { return m_WritePending; }
-    void completeWrite();
-    void abandonWrite();
+    void endWrite(bool heldLongEnough);
 
     /// The keys are loaded and a NOP has followed: the next one starts the bulk erase.
     bool isBulkEraseReady() const { return m_BulkErase == BulkErase::Ready; }
     void bulkErase();
 
-    void setEepromWriteTime(qint64 nanoseconds) { m_EepromWriteTime = nanoseconds; }
+    void report(const QString &violation) { m_Monitor.violation(m_Name, violation); }
+
+    qint64 eepromWriteTime = 4000000; ///< nanoseconds; the longest that a chip takes
 
 private:
     enum class BulkErase { Idle, KeysLoaded, Ready };
@@ -50,7 +52,6 @@ private:
     static const unsigned int sfrTblptrh = 0xF7;
     static const unsigned int sfrTblptru = 0xF8;
 
-    void report(const QString &text);
     void changeEecon1(unsigned char mask, bool set);
     bool selects(unsigned char memory, const char *action);
     void loadEraseKey(unsigned int operand);
@@ -70,14 +71,13 @@ private:
     std::array<unsigned char, 256> m_Registers{};
     unsigned char m_UndefinedBits; ///< of EECON1, since power-on
     bool m_TablatLatched = true;
-    QHash<unsigned int, unsigned char> m_Latches; ///< by position in the row; those not loaded leave their cell alone
+    std::map<unsigned int, unsigned char> m_Latches; ///< by position in the row; without one a cell stays as it is
     bool m_WritePending = false;
     std::optional<unsigned int> m_WriteAddress; ///< if the write is valid
     std::optional<unsigned int> m_HighEraseKey;
     unsigned int m_EraseKeys = 0;
     BulkErase m_BulkErase = BulkErase::Idle;
     qint64 m_EepromWriteEnd = 0;
-    qint64 m_EepromWriteTime = 4000000; ///< the longest that a chip takes
 };
 
 } // namespace simulator

@@ -12,11 +12,12 @@ const unsigned int userIdSize = 8;
 const unsigned int configurationBegin = 0x300000;
 const unsigned int configurationSize = 16;
 const unsigned int deviceIdBegin = 0x3FFFFE;
+const unsigned int revision = 7;
 const unsigned int blockSize = 0x4000;
 const unsigned int chipErase = 0x3F8F;
 
 // Configuration bytes by index. Of the three kinds of protection each has two bytes: bit n of such a word stands for
-// code block n, and a cleared bit protects.
+// code block n, and a cleared bit protects, if it is implemented.
 const unsigned int config4l = 6;
 const unsigned int codeProtection = 8;
 const unsigned int writeProtection = 10;
@@ -29,9 +30,8 @@ const unsigned int bootSizeShift = 4; ///< of BBSIZ in CONFIG4L
 
 } // namespace
 
-Pic18Memory::Pic18Memory(const Pic18Device &device, unsigned char revision)
+Pic18Memory::Pic18Memory(const Pic18Device &device)
     : m_Device(device),
-      m_DeviceId(device.id | revision),
       m_Program(static_cast<int>(device.programSize), erased),
       m_UserId(userIdSize, erased),
       m_Configuration(configurationSize, '\0'),
@@ -42,21 +42,21 @@ Pic18Memory::Pic18Memory(const Pic18Device &device, unsigned char revision)
 
 void Pic18Memory::keepIn(const QString &prefix)
 {
-    m_Program.keepIn(prefix + QLatin1String("program"));
-    m_UserId.keepIn(prefix + QLatin1String("userid"));
-    m_Configuration.keepIn(prefix + QLatin1String("configuration"));
-    m_Eeprom.keepIn(prefix + QLatin1String("eeprom"));
+    m_Program.keepIn(prefix + "program");
+    m_UserId.keepIn(prefix + "userid");
+    m_Configuration.keepIn(prefix + "configuration");
+    m_Eeprom.keepIn(prefix + "eeprom");
 }
 
-unsigned char Pic18Memory::read(unsigned int address)
+unsigned char Pic18Memory::read(unsigned int address) const
 {
-    if (address < m_Device.programSize && isProtected(codeProtection, protectionBit(address)))
+    if (isProtected(codeProtection, protectionBit(address)))
         return 0;
     if (const unsigned char *const byte = cell(address))
         return *byte;
     if (address < deviceIdBegin)
         return 0;
-    return static_cast<unsigned char>(m_DeviceId >> 8 * (address - deviceIdBegin));
+    return static_cast<unsigned char>((m_Device.id | revision) >> 8 * (address - deviceIdBegin));
 }
 
 unsigned char Pic18Memory::readEeprom(unsigned int address) const
@@ -69,22 +69,15 @@ bool Pic18Memory::isConfiguration(unsigned int address)
     return address - configurationBegin < configurationSize;
 }
 
-bool Pic18Memory::isWriteProtected(unsigned int address) const
+bool Pic18Memory::writeEeprom(unsigned int address, unsigned char value)
 {
-    if (isConfiguration(address))
-        return isProtected(writeProtection, configurationBit);
-    if (address >= m_Device.programSize)
+    if (ignoresWrites(eepromBit))
         return false;
-    const unsigned int bit = protectionBit(address);
-    return isProtected(codeProtection, bit) || isProtected(writeProtection, bit);
+    m_Eeprom[address % eepromSize] = value;
+    return true;
 }
 
-bool Pic18Memory::isEepromWriteProtected() const
-{
-    return isProtected(codeProtection, eepromBit) || isProtected(writeProtection, eepromBit);
-}
-
-unsigned char *Pic18Memory::cell(unsigned int address)
+unsigned char *Pic18Memory::cell(unsigned int address) const
 {
     if (address < m_Device.programSize)
         return &m_Program[address];
@@ -96,28 +89,28 @@ unsigned char *Pic18Memory::cell(unsigned int address)
 void Pic18Memory::program(unsigned int address, unsigned char value)
 {
     unsigned char *const byte = cell(address);
-    if (!byte)
-        return;
-    if (!isConfiguration(address)) {
-        *byte = (*byte & value) ^ m_Flipped.value(address);
-        return;
-    }
     const unsigned int index = address - configurationBegin;
-    const unsigned char settable = index < codeProtection ? 0xFF : *byte;
-    *byte = value & settable & m_Device.configurationMask[index];
+    if (byte == nullptr)
+        return;
+    if (!isConfiguration(address))
+        *byte = (*byte & value) ^ m_Flipped.value(address);
+    else
+        *byte = value & (index < codeProtection ? 0xFF : *byte) & m_Device.configurationMask[index];
 }
 
 void Pic18Memory::eraseRow(unsigned int address)
 {
     const unsigned int begin = address / rowSize * rowSize;
     if (begin < m_Device.programSize)
-        erase(begin, begin + rowSize);
+        erase(begin, begin + rowSize, 0);
 }
 
-void Pic18Memory::erase(unsigned int begin, unsigned int end)
+/// Lifts the protection by `protectingBit`, too.
+void Pic18Memory::erase(unsigned int begin, unsigned int end, unsigned int protectingBit)
 {
     for (unsigned int address = begin; address < end; ++address)
         m_Program[address] = static_cast<unsigned char>(~m_Stuck.value(address));
+    liftProtection(protectingBit);
 }
 
 void Pic18Memory::breakErase(unsigned int address, unsigned char mask)
@@ -136,15 +129,11 @@ bool Pic18Memory::bulkErase(unsigned int keys)
         return false;
 
     const unsigned int bootEnd = bootSize();
-    if (regions & 0x01) {
-        erase(0, bootEnd);
-        liftProtection(bootBit);
-    }
+    if (regions & 0x01)
+        erase(0, bootEnd, bootBit);
     for (unsigned int block = 0; block < blockCount; ++block) {
-        if (regions >> 8 & 1U << block) {
-            erase(block == 0 ? bootEnd : block * blockSize, (block + 1) * blockSize);
-            liftProtection(1U << block);
-        }
+        if (regions >> 8 & 1U << block)
+            erase(block == 0 ? bootEnd : block * blockSize, (block + 1) * blockSize, 1U << block);
     }
     if (regions & 0x04) {
         m_Eeprom.fill(erased);
@@ -153,13 +142,19 @@ bool Pic18Memory::bulkErase(unsigned int keys)
     if (regions & 0x08)
         m_UserId.fill(erased);
     for (unsigned int index = 0; regions & 0x02 && index < configurationSize; ++index)
-        m_Configuration[index] = m_Device.configurationDefault[index];
+        m_Configuration[index] = Pic18Device::configurationDefault[index] & m_Device.configurationMask[index];
     return true;
 }
 
 bool Pic18Memory::isProtected(unsigned int protection, unsigned int bit) const
 {
-    return !((m_Configuration[protection] + m_Configuration[protection + 1] * 0x100U) & bit);
+    const unsigned int index = protection + (bit > 0xFF);
+    return (bit > 0xFF ? bit >> 8 : bit) & m_Device.configurationMask[index] & ~m_Configuration[index];
+}
+
+bool Pic18Memory::ignoresWrites(unsigned int bit) const
+{
+    return isProtected(codeProtection, bit) || isProtected(writeProtection, bit);
 }
 
 void Pic18Memory::liftProtection(unsigned int bit)
@@ -170,8 +165,13 @@ void Pic18Memory::liftProtection(unsigned int bit)
     }
 }
 
+/// 0 for what nothing protects.
 unsigned int Pic18Memory::protectionBit(unsigned int address) const
 {
+    if (isConfiguration(address))
+        return configurationBit;
+    if (address >= m_Device.programSize)
+        return 0;
     return address < bootSize() ? bootBit : 1U << address / blockSize;
 }
 

@@ -15,26 +15,25 @@ class Pic18Memory
 public:
     static const unsigned int rowSize = 64; ///< bytes of the write buffer and of the smallest erase
 
-    Pic18Memory(const Pic18Device &device, unsigned char revision);
+    explicit Pic18Memory(const Pic18Device &device);
     /// Keeps the memories in files whose names begin with `prefix`.
     void keepIn(const QString &prefix);
 
     /// As a table read finds it: unimplemented and code-protected locations read 0.
-    unsigned char read(unsigned int address);
-    /// The EEPROM as the core finds it: 0 when it is data-protected.
+    unsigned char read(unsigned int address) const;
     unsigned char readEeprom(unsigned int address) const;
 
     static bool isConfiguration(unsigned int address);
     /// Is there memory that takes writes?
-    bool isProgrammable(unsigned int address) { return cell(address) != nullptr; }
+    bool isProgrammable(unsigned int address) const { return cell(address) != nullptr; }
     /// A write to it, or an erase of its row, does nothing until a bulk erase lifts the protection.
-    bool isWriteProtected(unsigned int address) const;
-    bool isEepromWriteProtected() const;
+    bool isWriteProtected(unsigned int address) const { return ignoresWrites(protectionBit(address)); }
 
     /// A bit that is cleared stays cleared. Only configuration bits that protect nothing can be set, too.
     void program(unsigned int address, unsigned char value);
     void eraseRow(unsigned int address);
-    void writeEeprom(unsigned int address, unsigned char value) { m_Eeprom[address % eepromSize] = value; }
+    /// False when the EEPROM is protected.
+    bool writeEeprom(unsigned int address, unsigned char value);
     /// Erases the region of the bulk erase keys and lifts its protection. False when the keys are unknown.
     bool bulkErase(unsigned int keys);
 
@@ -54,15 +53,15 @@ public:
 private:
     static const unsigned int eepromSize = 1024;
 
-    unsigned char *cell(unsigned int address);
-    void erase(unsigned int begin, unsigned int end);
+    unsigned char *cell(unsigned int address) const;
+    void erase(unsigned int begin, unsigned int end, unsigned int protectingBit);
     bool isProtected(unsigned int protection, unsigned int bit) const;
+    bool ignoresWrites(unsigned int bit) const;
     void liftProtection(unsigned int bit);
     unsigned int protectionBit(unsigned int address) const;
     unsigned int bootSize() const;
 
     const Pic18Device &m_Device;
-    unsigned int m_DeviceId;
     KeptMemory m_Program;
     KeptMemory m_UserId;
     KeptMemory m_Configuration;

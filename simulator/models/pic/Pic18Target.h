@@ -41,42 +41,35 @@ public:
     /// There is no chip; while MCLR is high the data line rests at `dataLevel`.
     void remove(bool dataLevel) { m_Absent = dataLevel; }
     /// How long the chip takes for a byte of its EEPROM.
-    void setEepromWriteTime(qint64 nanoseconds) { m_Core.setEepromWriteTime(nanoseconds); }
+    void setEepromWriteTime(qint64 nanoseconds) { m_Core.eepromWriteTime = nanoseconds; }
 
 private:
-    enum class Phase { Command, Operand, ReadOperand, DataOut };
-
     void changeMclr(const Lines &lines);
     void dataChanges(bool level);
     void clockRises(bool dataDriven);
     void clockFalls();
-    void completePhase();
+    bool isShiftingOut() const;
     void completeCommand();
     void completeOperand();
     void endHeldClock();
     void startBulkErase();
-    void beginPhase(Phase phase, int bits);
-    void requireAtLeast(qint64 minimum, qint64 actual, const char *what);
-    void report(const char *text);
+    void requireSince(qint64 begin, qint64 minimum, const char *what);
 
     BoardMonitor &m_Monitor;
-    QString m_Name;
     Pic18Memory m_Memory;
     Pic18Core m_Core;
     std::optional<bool> m_Absent;
 
     Lines m_Lines = {Mclr::High, false, false, false};
     bool m_ProgrammingMode = false;
-    Phase m_Phase = Phase::Command;
-    int m_BitsLeft = 0;
-    int m_BitsTaken = 0;
-    unsigned int m_Shift = 0;
-    unsigned int m_Command = 0;
+    int m_Bit = 0;            ///< of the command (4), then its operand (16)
+    unsigned int m_Shift = 0; ///< what has been shifted in, the command first
     std::optional<bool> m_DataOut;
 
+    // Times, 0 when there was none since MCLR changed.
     qint64 m_MclrChange = 0;
-    std::optional<qint64> m_LastRise;
-    std::optional<qint64> m_LastFall;
+    qint64 m_LastRise = 0;
+    qint64 m_LastFall = 0;
     qint64 m_LastDataChange = 0;
     qint64 m_EraseEnd = 0;
     qint64 m_RestEnd = 0; ///< until then PGC stays low after a write or an erase

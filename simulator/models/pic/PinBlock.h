@@ -23,13 +23,12 @@ public:
     /// Input registers cannot be written.
     void write(unsigned int offset, uint32_t value)
     {
-        if (isRegister(offset) && offset - bankOf(offset) * distance != input * distance)
+        if (isRegister(offset) && offset / distance - bankOf(offset) != input)
             m_Words[offset / distance] = value;
     }
 
     bool isOutput(Pin pin) const { return m_Words[outputEnable + pin.bank] >> pin.bit & 1; }
     bool isDrivenHigh(Pin pin) const { return isOutput(pin) && (m_Words[output + pin.bank] >> pin.bit & 1); }
-    bool isDrivenLow(Pin pin) const { return isOutput(pin) && !(m_Words[output + pin.bank] >> pin.bit & 1); }
     void setInput(Pin pin, bool level)
     {
         uint32_t &word = m_Words[input + pin.bank];

@@ -15,38 +15,34 @@ const PinBlock::Pin mclrPins[VirtualBoards::picCount] = {{4, 10}, {2, 21}, {2, 1
 // A load or a store over the SoC's peripheral bus, at its quickest.
 const qint64 accessNanoseconds = 10;
 
-std::unique_ptr<VirtualBoards> &slot()
-{
-    static std::unique_ptr<VirtualBoards> boards;
-    return boards;
-}
+std::unique_ptr<VirtualBoards> installedBoards;
 
 } // namespace
 
 VirtualBoards::VirtualBoards(const Devices &devices)
 {
     for (size_t pic = 0; pic < m_Pics.size(); ++pic)
-        m_Pics[pic] = std::make_unique<Pic18Target>(*devices[pic], QString::fromLatin1("PIC %1").arg(pic + 1), *this);
+        m_Pics[pic] = std::make_unique<Pic18Target>(*devices[pic], QString("PIC %1").arg(pic + 1), *this);
 }
 
 VirtualBoards &VirtualBoards::installed()
 {
-    if (!slot())
-        install(
-            {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
-    return *slot();
+    using Device = Pic18Device;
+    return installedBoards
+               ? *installedBoards
+               : install({&Device::pic18f4620, &Device::pic18f4680, &Device::pic18f4682, &Device::pic18f4685});
 }
 
 VirtualBoards &VirtualBoards::install(const Devices &devices)
 {
-    slot() = std::make_unique<VirtualBoards>(devices);
-    return *slot();
+    installedBoards = std::make_unique<VirtualBoards>(devices);
+    return *installedBoards;
 }
 
 void VirtualBoards::keepIn(const QString &folder)
 {
     for (int number = 1; number <= picCount; ++number)
-        pic(number).memory().keepIn(QString::fromLatin1("%1/pic%2.").arg(folder).arg(number));
+        pic(number).memory().keepIn(QString("%1/pic%2.").arg(folder).arg(number));
 }
 
 uint32_t VirtualBoards::readRegister(unsigned int offset)
@@ -80,29 +76,24 @@ void VirtualBoards::settle()
     bool pgd = m_Pins.isDrivenHigh(pgdPin);
     for (size_t pic = 0; pic < m_Pics.size(); ++pic)
         m_Pics[pic]->drive({mclr(pic), pgc, pgd, dataDriven});
-    judgeClock(pgc);
-    if (!dataDriven) {
-        for (const auto &pic : m_Pics)
-            pgd = pgd || pic->dataOut().value_or(false);
-    }
+    const auto isOutOfReset = [](const auto &pic) {
+        return pic->isOutOfReset();
+    };
+    if (pgc && !m_Pgc && std::count_if(m_Pics.begin(), m_Pics.end(), isOutOfReset) > 1)
+        violation("PGC", "more than one PIC out of reset at a clock");
+    m_Pgc = pgc;
+    for (const auto &pic : m_Pics)
+        pgd = pgd || (!dataDriven && pic->dataOut().value_or(false));
     m_Pins.setInput(pgdPin, pgd);
 }
 
 Pic18Target::Mclr VirtualBoards::mclr(size_t pic) const
 {
-    if (m_Pins.isDrivenLow(mclrPins[pic]))
+    if (!m_Pins.isOutput(mclrPins[pic]))
+        return Pic18Target::Mclr::High;
+    if (!m_Pins.isDrivenHigh(mclrPins[pic]))
         return Pic18Target::Mclr::Low;
-    if (m_Pins.isDrivenHigh(mclrPins[pic]) && m_Pins.isDrivenHigh(enablePin))
-        return Pic18Target::Mclr::ProgrammingVoltage;
-    return Pic18Target::Mclr::High;
-}
-
-void VirtualBoards::judgeClock(bool pgc)
-{
-    const bool rises = pgc && !m_Pgc;
-    m_Pgc = pgc;
-    if (rises && std::count_if(m_Pics.begin(), m_Pics.end(), [](const auto &pic) { return pic->isOutOfReset(); }) > 1)
-        violation(QLatin1String("PGC"), QLatin1String("more than one PIC out of reset at a clock"));
+    return m_Pins.isDrivenHigh(enablePin) ? Pic18Target::Mclr::ProgrammingVoltage : Pic18Target::Mclr::High;
 }
 
 } // namespace simulator

@@ -1,7 +1,6 @@
 #ifndef SIMULATOR_MODELS_PIC_VIRTUALBOARDS_H
 #define SIMULATOR_MODELS_PIC_VIRTUALBOARDS_H
 
-#include <array>
 #include <memory>
 
 #include "simulator/models/pic/Pic18Target.h"
@@ -44,7 +43,6 @@ public:
 private:
     void settle();
     Pic18Target::Mclr mclr(size_t pic) const;
-    void judgeClock(bool pgc);
 
     PinBlock m_Pins;
     std::array<std::unique_ptr<Pic18Target>, picCount> m_Pics;

@@ -16,7 +16,7 @@ int main(int argc, char *argv[])
     const int count = application.arguments().value(2).toInt();
     PicProgrammer programmer(1, nullptr);
     for (int byte = 0; byte < count; ++byte) {
-        if (operation == QLatin1String("write"))
+        if (operation == "write")
             programmer.vWriteByte(0xA5);
         else
             programmer.u8ReadNextAddress();

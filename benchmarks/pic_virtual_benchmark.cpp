@@ -2,22 +2,21 @@
 #include <QElapsedTimer>
 #include <QTextStream>
 
-#include "benchmarks/BenchmarkRun.h"
+#include "benchmarks/PicUpdate.h"
 #include "simulator/models/pic/VirtualBoards.h"
 
-using namespace simulator;
-
-// The run on the virtual clock. Its last line is the sum of all delays of the run in nanoseconds.
+// The update on the virtual clock. Its last line is the sum of all its delays in nanoseconds.
 int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     QTextStream out(stdout);
     QElapsedTimer timer;
     timer.start();
-    BenchmarkRun run;
-    const bool good = run.updatePic();
+    holdPicsInReset();
+    PicProgrammer programmer(1, nullptr);
+    const bool good = updatePic(&programmer);
     const double wall = static_cast<double>(timer.nsecsElapsed()) / 1e9;
-    const VirtualBoards &boards = VirtualBoards::installed();
+    const simulator::VirtualBoards &boards = simulator::VirtualBoards::installed();
     const double simulated = static_cast<double>(boards.now()) / 1e9;
     out << "PIC update on the virtual clock: " << simulated << " s simulated in " << wall << " s\n";
     for (const QString &violation : boards.violations())
