@@ -186,7 +186,7 @@ class RehearsalTest(Case):
         undisturbed = Outcome(unpacked, self.work / "output", True)
         plan = further.FaultPlan("1", undisturbed, unpacked)
         unreported = further.unreported_faults(plan.faults, undisturbed)
-        self.assertEqual(len(unreported), 1 + sum(len(fault.lines) for fault in plan.faults))
+        self.assertEqual(len(unreported), 1 + sum(len(fault.lines or []) for fault in plan.faults))
 
     def test_names_mistakes_and_shows_what_they_do(self):
         files = {"pic.hex": FILES["empty.hex"], "forgotten.sh": "cp /etc/issue /etc/issue.old\n",

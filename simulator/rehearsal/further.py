@@ -136,7 +136,7 @@ def cuts_in_lines(undisturbed):
 class Fault:
     record: tuple  # of the plan
     description: str
-    lines: list  # numbers of those that must fail; none: the update must not begin
+    lines: list  # numbers of those that must fail; None: no line is executed
 
 
 class FaultPlan:
@@ -174,7 +174,7 @@ class FaultPlan:
     def _lines_that_call(self, command):
         """A tool fails in every command line that begins like the chosen one."""
         return [line.number for line in self._undisturbed.lines if line.facts["kind"] != "SCRIPT"
-                and any(other.startswith(command) for other, _ in line.calls)]
+                and any(other.startswith(command) for other, _ in line.calls)] or None
 
     def _pic_faults(self, line):
         pic = line.facts["pic"]
@@ -189,25 +189,35 @@ class FaultPlan:
         return faults
 
     def _esa_faults(self, line):
-        """After each of them the board stays in its transfer, and answers no later line."""
+        """After most of them the board stays in its transfer, and answers no later line. Of the rejected end and of the
+        garbage the updater notices nothing: it does not wait for the one, and ignores the other."""
         board = line.facts["board"]
-        blocks = -(-self._package.payload(line.facts).stat().st_size // BLOCK_SIZE)
-        if blocks == 0:
+        blocks = self._blocks(line)
+        if blocks == 0 or any(fault.record[:2] == ("esa", board) for fault in self.faults):
             return []
-        lines = [later.number for later in self._undisturbed.lines
-                 if later.number >= line.number and later.facts.get("board") == board]
         block = self._random.randrange(blocks)
-        return [Fault(("esa", board, "silent"), f"the ESA {board} board never asks for the image", lines),
-                Fault(("esa", board, "refused", block), f"the ESA {board} board rejects block {block}", lines),
-                Fault(("esa", board, "unanswered", block), f"the ESA {board} board's reply to block {block} is lost", lines)]
+        of_board = [other for other in self._undisturbed.lines if other.facts.get("board") == board]
+        later = [other for other in of_board if other.number >= line.number]
+        kinds = [("silent", "never asks for the image", later), (f"refused {block}", f"rejects block {block}", later),
+                 (f"unanswered {block}", f"does not answer block {block}", later),
+                 (f"cancelled {block}", f"cancels the transfer at block {block}",
+                  [other for other in later if self._blocks(other) > block]),
+                 (f"garbage {block}", f"sends garbage after its reply to block {block}", []),
+                 ("refused-end", "rejects the end of the transfer", of_board[1:])]
+        return [Fault(("esa", board, *kind.split()), f"the ESA {board} board {text}", [other.number for other in failing])
+                for kind, text, failing in kinds]
+
+    def _blocks(self, line):
+        return -(-self._package.payload(line.facts).stat().st_size // BLOCK_SIZE)
 
 
 def unreported_faults(faults, disturbed):
     """What the operator of the disturbed update should have seen and did not."""
-    unreported = [] if disturbed.last_message[0] == "red" else ["the update did not end in red"]
+    end = "green" if all(fault.lines == [] for fault in faults) else "red"
+    unreported = [] if disturbed.last_message[0] == end else [f"the update did not end in {end}"]
     for fault in faults:
         unreported += [f"line {number} did not fail: {disturbed.lines[number - 1].facts['text']}"
-                       for number in fault.lines if disturbed.lines[number - 1].outcome == "ok"]
-        if not fault.lines and any(line.executed for line in disturbed.lines):
+                       for number in fault.lines or [] if disturbed.lines[number - 1].outcome == "ok"]
+        if fault.lines is None and any(line.executed for line in disturbed.lines):
             unreported.append(f"the update began: {fault.description}")
     return unreported
