@@ -1,3 +1,4 @@
+#include <QDir>
 #include <QPushButton>
 #include <QTextEdit>
 #include <QtTest>
@@ -81,7 +82,9 @@ void SequenceTest::mediumIsMountedUpdatedFromAndReleased()
                                "Removing temporary files",
                                "green: Update complete, restart the system or press F1 to return to the main screen"};
     Instrument instrument;
-    instrument.insertPackage(device, "");
+    const QDir medium(instrument.insertPackage(device, ""));
+    for (const char *file : {"firmware_update/notes.txt", "kept/notes.txt", "notes.txt"})
+        instrument.write(medium.filePath(file), "");
     instrument.failTools(failingTools);
     Panel panel;
     panel.press(keys);
@@ -91,6 +94,12 @@ void SequenceTest::mediumIsMountedUpdatedFromAndReleased()
     panel.press(Qt::Key_F1);
     QVERIFY(panel.showsMainScreen());
     QCOMPARE(instrument.takeCalls(), QStringList(unmount));
+
+    const QStringList all{"firmware_update", "firmware_update.tar.bz2", "kept", "notes.txt"};
+    const bool emptied = keys.first() == Qt::Key_F1; // only what the PC wrote to
+    QCOMPARE(medium.entryList(QDir::NoDotAndDotDot | QDir::AllEntries), emptied ? QStringList("kept") : all);
+    QVERIFY(medium.exists("kept/notes.txt"));
+    QCOMPARE(medium.exists("firmware_update/notes.txt"), !emptied);
 }
 
 void SequenceTest::loopDeviceThatStayedAttachedIsDetachedBeforeTheNext_data()

@@ -24,7 +24,7 @@ public:
     void startProgram(const QString &program, const QStringList &arguments);
 
     /// Types one key through the X server, as a keyboard would; `name` is its X name.
-    bool typeKey(const QString &name) const;
+    void typeKey(const QString &name) const;
 
     /// Title, position and size of the window that has the keyboard; empty when no window has it.
     QString focusedWindow() const;
@@ -33,8 +33,8 @@ public:
     QImage picture() const;
 
 private:
-    QProcessEnvironment environment() const;
-    QByteArray runXdotool(const QStringList &arguments, bool *succeeded) const;
+    void start(QProcess *process, const QString &program, const QStringList &arguments) const;
+    QString runXdotool(const QStringList &arguments) const;
 
     QTemporaryDir m_Folder;
     QProcess m_Server;
