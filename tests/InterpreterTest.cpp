@@ -22,7 +22,6 @@ class InterpreterTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void init();
     void linesShowAndRunAndChange_data();
     void linesShowAndRunAndChange();
@@ -39,15 +38,10 @@ private:
     QStringList m_Events; ///< messages, and the calls of tools after "$ ", in order
 };
 
-// Somebody has typed a line, which no script may read.
-void InterpreterTest::initTestCase()
-{
-    Instrument::write("/tmp/typed", "typed\n");
-    QVERIFY(std::freopen("/tmp/typed", "r", stdin) != nullptr);
-}
-
 void InterpreterTest::init()
 {
+    Instrument::write("/tmp/typed", "typed, which no script may read\n");
+    QVERIFY(std::freopen("/tmp/typed", "r", stdin) != nullptr);
     m_Instrument = std::make_unique<Instrument>();
     m_Panel.reset(); // only one can be on the display
     m_Panel = std::make_unique<Panel>();

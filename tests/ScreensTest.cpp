@@ -36,7 +36,6 @@ class ScreensTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void init();
     void panelStartsWithTheMainScreen();
     void keysAndButtonsActOnTheVisibleScreenOnly();
@@ -49,13 +48,9 @@ private slots:
     void messageBoxStaysUntilItIsClosed();
 };
 
-void ScreensTest::initTestCase()
-{
-    Instrument::useItsSettings();
-}
-
 void ScreensTest::init()
 {
+    Instrument::useItsSettings();
     QSettings().clear();
     QSettings().sync();
 }
