@@ -60,7 +60,7 @@ void Instrument::makePackage(const QString &fileName, const QByteArray &commandF
 QString Instrument::insertPackage(const QString &device, const QByteArray &commandFile, const Files &files,
                                   const QString &topFolder) const
 {
-    const QString folder = insertMedium(device);
+    QString folder = insertMedium(device);
     makePackage(folder + "/firmware_update.tar.bz2", commandFile, files, topFolder);
     return folder;
 }

@@ -86,8 +86,10 @@ void ScreensTest::mainScreenSendsTheTypeBeforeTheChange()
 {
     const UpdaterMainScreen screen(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint);
     QStringList sent;
-    connect(&screen, &UpdaterMainScreen::setUpdateType, [&](int type) { sent << QString("type %1").arg(type); });
-    connect(&screen, &UpdaterMainScreen::requestChangeScreen, [&](int index) { sent << QString("to %1").arg(index); });
+    connect(&screen, &UpdaterMainScreen::setUpdateType, &screen,
+            [&](int type) { sent << QString("type %1").arg(type); });
+    connect(&screen, &UpdaterMainScreen::requestChangeScreen, &screen,
+            [&](int index) { sent << QString("to %1").arg(index); });
     for (const char *name : {"F1Button", "F2Button", "F3Button"})
         screen.findChild<QPushButton *>(name)->click();
     QCOMPARE(sent, QStringList({"type 0", "to 1", "type 1", "to 1", "type 2", "to 1"}));
