@@ -146,14 +146,14 @@ void EndToEndTest::keysExecuteAnUpdate()
     }
     startProgram();
     QVERIFY(waitForMainScreen());
-    m_Display->typeKey(keys.takeFirst());
+    QVERIFY(m_Display->typeKey(keys.takeFirst()));
     QVERIFY(waitForPicture(isProgressScreen));
     const int inkOfThePrompt = countPixels(m_Display->picture(), "black");
     QVERIFY(inkOfThePrompt > 0);
-    m_Display->typeKey(keys.takeFirst());
+    QVERIFY(m_Display->typeKey(keys.takeFirst()));
     for (const QString &key : qAsConst(keys)) { // of the PC only
         QVERIFY(waitFor(isStorageExported));
-        m_Display->typeKey(key);
+        QVERIFY(m_Display->typeKey(key));
     }
 
     // The lines are on the display before the step that they announce is over.
@@ -164,7 +164,7 @@ void EndToEndTest::keysExecuteAnUpdate()
     QVERIFY(waitForPicture(showsSuccess));
     QCOMPARE(countPixels(m_Display->picture(), "red"), 0);
     QVERIFY(instrument.contentOf("/dev/mtd0").startsWith(kernel + '\xFF'));
-    m_Display->typeKey("F1");
+    QVERIFY(m_Display->typeKey("F1"));
     QVERIFY(waitForMainScreen());
     QCOMPARE(instrument.contentOf("/mnt/data/settings/Vantrel/Updater.conf"),
              QByteArray("[General]\nProductName=Quorvin\n"));

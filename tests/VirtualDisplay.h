@@ -21,10 +21,11 @@ public:
     /// True as soon as the window manager has taken the display over.
     bool isManaged() const;
 
+    /// Starts a program for which the time of day passes a hundred times as fast.
     void startProgram(const QString &program, const QStringList &arguments);
 
     /// Types one key through the X server, as a keyboard would; `name` is its X name.
-    void typeKey(const QString &name) const;
+    bool typeKey(const QString &name) const;
 
     /// Title, position and size of the window that has the keyboard; empty when no window has it.
     QString focusedWindow() const;
@@ -33,8 +34,9 @@ public:
     QImage picture() const;
 
 private:
-    void start(QProcess *process, const QString &program, const QStringList &arguments) const;
-    QString runXdotool(const QStringList &arguments) const;
+    void start(QProcess *process, const QString &program, const QStringList &arguments,
+               const QProcessEnvironment &clock = {}) const;
+    bool runXdotool(QProcess *xdotool, const QStringList &arguments) const;
 
     QTemporaryDir m_Folder;
     QProcess m_Server;
