@@ -14,40 +14,16 @@
 
 using namespace simulator;
 
-namespace {
-
-QString toQString(const InstrumentState::Path &path)
-{
-    return QString::fromStdString(path);
-}
-
-QString mediumFolder(const QString &device)
-{
-    return toQString(InstrumentState::media / device.toStdString());
-}
-
-void removeRecursively(const QString &path)
-{
-    if (QFileInfo(path).isDir() && !QFileInfo(path).isSymLink())
-        QDir(path).removeRecursively();
-    else
-        QFile::remove(path);
-}
-
-} // namespace
-
-// The mount point first: while something is mounted there it leads to the medium.
+// While something is mounted, the mount point is a link to the medium.
 Instrument::Instrument()
 {
-    if (QFileInfo(UpdatePaths::mountPoint).isSymLink())
-        QFile::remove(UpdatePaths::mountPoint);
-    QDir().mkpath(UpdatePaths::mountPoint);
-    removeRecursively(QString(UpdatePaths::packageDirectory));
+    const InstrumentState::Path mountPoint = UpdatePaths::mountPoint.data();
     for (const InstrumentState::Path &path :
-         {InstrumentState::power, InstrumentState::media, InstrumentState::journal, InstrumentState::plan})
-        removeRecursively(toQString(path));
-    QDir().mkpath(toQString(InstrumentState::media));
-    QDir().mkpath(toQString(InstrumentState::power));
+         {mountPoint, InstrumentState::Path(UpdatePaths::packageDirectory.data()), InstrumentState::power,
+          InstrumentState::media, InstrumentState::journal, InstrumentState::plan})
+        std::filesystem::remove_all(path);
+    for (const InstrumentState::Path &path : {mountPoint, InstrumentState::power, InstrumentState::media})
+        std::filesystem::create_directories(path);
     InstrumentState::write(InstrumentState::mounts, {{"ubi0:rootfs", "/", "ro"}});
 }
 
@@ -60,42 +36,44 @@ void Instrument::useItsSettings()
 
 QString Instrument::insertMedium(const QString &device) const
 {
-    QDir().mkpath(mediumFolder(device));
-    return mediumFolder(device);
+    const InstrumentState::Path folder = InstrumentState::media / device.toStdString();
+    std::filesystem::create_directories(folder);
+    return QString::fromStdString(folder);
 }
 
-void Instrument::removeMedium(const QString &device) const
-{
-    removeRecursively(mediumFolder(device));
-}
-
-void Instrument::makePackage(const QString &fileName, const QByteArray &commandFile,
-                             const QList<QPair<QString, QByteArray>> &files, const QString &topFolder) const
+// The real tar: this call is the test's and not the instrument's.
+void Instrument::makePackage(const QString &fileName, const QByteArray &commandFile, const Files &files,
+                             const QString &topFolder) const
 {
     const QTemporaryDir folder;
     const QDir package(folder.filePath(topFolder));
-    write(package.filePath(QLatin1String("update_config")), commandFile);
-    for (const QPair<QString, QByteArray> &file : files) {
-        const QString path = package.filePath(file.first);
-        write(path, file.second);
-        if (file.second.startsWith("#!"))
+    write(package.filePath("update_config"), commandFile);
+    for (const auto &[name, content] : files) {
+        const QString path = package.filePath(name);
+        write(path, content);
+        if (content.startsWith("#!"))
             QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
     }
-    // The real tar: this call is the test's and not the instrument's.
-    const int result = QProcess::execute(QLatin1String("/usr/bin/tar"), QStringList() << QLatin1String("cjf")
-                                                                                      << fileName << QLatin1String("-C")
-                                                                                      << folder.path() << topFolder);
-    QCOMPARE(result, 0);
+    QCOMPARE(QProcess::execute("/usr/bin/tar", {"cjf", fileName, "-C", folder.path(), topFolder}), 0);
 }
 
-void Instrument::failTool(const QString &commandLine, int exitCode) const
+QString Instrument::insertPackage(const QString &device, const QByteArray &commandFile, const Files &files,
+                                  const QString &topFolder) const
 {
-    InstrumentState::append(InstrumentState::plan, {"tool", std::to_string(exitCode), commandLine.toStdString()});
+    QString folder = insertMedium(device);
+    makePackage(folder + "/firmware_update.tar.bz2", commandFile, files, topFolder);
+    return folder;
+}
+
+void Instrument::failTools(const QStringList &commandLines) const
+{
+    for (const QString &commandLine : commandLines)
+        InstrumentState::append(InstrumentState::plan, {"tool", "1", commandLine.toStdString()});
 }
 
 void Instrument::mendTools() const
 {
-    removeRecursively(toQString(InstrumentState::plan));
+    std::filesystem::remove(InstrumentState::plan);
 }
 
 void Instrument::useOldKernel() const
@@ -105,11 +83,10 @@ void Instrument::useOldKernel() const
 
 QStringList Instrument::takeCalls()
 {
-    QStringList commandLines;
-    for (const InstrumentState::Record &call : InstrumentState::read(InstrumentState::journal, "call"))
-        commandLines << QString::fromStdString(call.at(1));
-    QStringList taken = commandLines.mid(m_CallsTaken);
-    m_CallsTaken = commandLines.size();
+    const InstrumentState::Records calls = InstrumentState::read(InstrumentState::journal, "call");
+    QStringList taken;
+    for (; m_CallsTaken < static_cast<int>(calls.size()); ++m_CallsTaken)
+        taken << QString::fromStdString(calls.at(static_cast<size_t>(m_CallsTaken)).at(1));
     return taken;
 }
 

@@ -11,6 +11,8 @@
 class Instrument
 {
 public:
+    using Files = QList<QPair<QString, QByteArray>>; ///< path and content
+
     Instrument();
 
     /// Makes the test program read and write the settings where the shipped program has them.
@@ -19,16 +21,18 @@ public:
     /// Puts an empty medium with a file system on `device` ("sda1", "mmcblk0p4", "backfile") in place; returns its
     /// folder.
     QString insertMedium(const QString &device) const;
-    void removeMedium(const QString &device) const;
 
-    /// Makes a package with `commandFile` as its update_config, and `files` (path in the package, content; executable
-    /// when the content begins with "#!"), by tar and bzip2. `topFolder` is the folder in the archive.
-    void makePackage(const QString &fileName, const QByteArray &commandFile,
-                     const QList<QPair<QString, QByteArray>> &files = {},
-                     const QString &topFolder = QLatin1String("firmware_update")) const;
+    /// Makes a package with `commandFile` as its update_config, and `files` (executable when the content begins with
+    /// "#!"), by tar and bzip2. `topFolder` is the folder in the archive.
+    void makePackage(const QString &fileName, const QByteArray &commandFile, const Files &files = {},
+                     const QString &topFolder = "firmware_update") const;
 
-    /// Lets every call whose command line begins with `commandLine` fail.
-    void failTool(const QString &commandLine, int exitCode = 1) const;
+    /// Makes a package on the medium on `device`; returns the medium's folder.
+    QString insertPackage(const QString &device, const QByteArray &commandFile, const Files &files = {},
+                          const QString &topFolder = "firmware_update") const;
+
+    /// Lets every call fail whose command line begins with one of these.
+    void failTools(const QStringList &commandLines) const;
     void mendTools() const;
     /// Lets the kernel refuse to detach a loop device that is mounted, as kernels before 3.7 do.
     void useOldKernel() const;
@@ -37,7 +41,7 @@ public:
     QStringList takeCalls();
 
     /// A file that can be opened but not read.
-    static QString unreadableFile() { return QLatin1String("/run/host/sys/class/net/lo/speed"); }
+    static QString unreadableFile() { return "/run/host/sys/class/net/lo/speed"; }
     static QByteArray contentOf(const QString &fileName);
     static void write(const QString &fileName, const QByteArray &content);
 

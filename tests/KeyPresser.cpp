@@ -20,26 +20,17 @@ public:
                                const QString &text, bool autoRepeat, unsigned short count);
 };
 
-KeyPresser::KeyPresser(Panel *panel, const QString &message, const QList<Qt::Key> &keys)
-    : m_Panel(panel), m_Message(message), m_Keys(keys)
+KeyPresser::KeyPresser(const Panel *panel, const QString &message, const QList<Qt::Key> &keys) : m_Keys(keys)
 {
-    const QWidget *progressScreen = panel->messageWindow()->parentWidget();
-    connect(panel->messageWindow(), SIGNAL(textChanged()), this, SLOT(press()));
-    connect(progressScreen->findChild<QPushButton *>("F3Button"), SIGNAL(pressed()), this, SLOT(keyHandled()));
-}
-
-void KeyPresser::press()
-{
-    if (m_Panel->lastMessage() != m_Message)
-        return;
-    for (const Qt::Key key : std::exchange(m_Keys, {})) {
-        for (const QEvent::Type type : {QEvent::KeyPress, QEvent::KeyRelease})
-            QWindowSystemInterface::handleKeyEvent<QWindowSystemInterface::AsynchronousDelivery>(
-                m_Panel->window()->windowHandle(), type, key, Qt::NoModifier, QString(), false, 1);
-    }
-}
-
-void KeyPresser::keyHandled()
-{
-    m_Messages = m_Panel->messages();
+    QObject::connect(panel->messageWindow(), &QTextEdit::textChanged, &m_Listener, [this, panel, message] {
+        if (panel->lastMessage() != message)
+            return;
+        for (const Qt::Key key : std::exchange(m_Keys, {})) {
+            for (const QEvent::Type type : {QEvent::KeyPress, QEvent::KeyRelease})
+                QWindowSystemInterface::handleKeyEvent<QWindowSystemInterface::AsynchronousDelivery>(
+                    panel->window()->windowHandle(), type, key, Qt::NoModifier, QString(), false, 1);
+        }
+    });
+    const auto *f3 = panel->messageWindow()->parentWidget()->findChild<QPushButton *>("F3Button");
+    QObject::connect(f3, &QPushButton::pressed, &m_Listener, [this, panel] { m_Messages = panel->messages(); });
 }

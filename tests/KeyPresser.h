@@ -9,23 +9,16 @@ class Panel;
 
 /// Presses keys while the program is busy: as soon as the message window shows `message`, the keys are in the queue of
 /// the window system, and it is the program's own turn to handle them. F3, which scrolls, is the last of them.
-class KeyPresser : public QObject
+class KeyPresser
 {
-    Q_OBJECT
-
 public:
-    KeyPresser(Panel *panel, const QString &message, const QList<Qt::Key> &keys = {Qt::Key_F3});
+    KeyPresser(const Panel *panel, const QString &message, const QList<Qt::Key> &keys = {Qt::Key_F3});
 
     /// The messages at the moment when F3 was handled.
     const QStringList &messages() const { return m_Messages; }
 
-protected slots:
-    void press();
-    void keyHandled();
-
 private:
-    Panel *m_Panel;
-    QString m_Message;
+    QObject m_Listener;
     QList<Qt::Key> m_Keys; ///< not yet pressed
     QStringList m_Messages;
 };

@@ -15,30 +15,30 @@ Panel::Panel() : m_Manager(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindo
         QFAIL("the screens do not get the keyboard");
 }
 
+// A key pushes its button down for a tenth of a second. Here the button comes up at once.
 void Panel::press(Qt::Key key)
 {
+    QTimer::singleShot(0, m_Screens, [this] {
+        for (QPushButton *button : m_Screens->currentWidget()->findChildren<QPushButton *>()) {
+            if (button->isDown())
+                button->animateClick(0);
+        }
+    });
     pressFunctionKey(m_Screens, key);
+}
+
+void Panel::press(const QList<Qt::Key> &keys)
+{
+    for (const Qt::Key key : keys)
+        press(key);
 }
 
 QStringList Panel::messages() const
 {
     QStringList lines;
-    const QList<PanelMessage> messages = panelMessages(*messageWindow()->document());
-    for (const PanelMessage &message : messages) {
-        const bool plain = message.colour == QLatin1String("plain");
-        lines << (plain ? message.text : message.colour + QLatin1String(": ") + message.text);
-    }
+    for (const PanelMessage &message : panelMessages(*messageWindow()->document()))
+        lines << (message.colour == "plain" ? message.text : message.colour + ": " + message.text);
     return lines;
-}
-
-QStringList Panel::redMessages() const
-{
-    return messages().filter(QRegExp(QLatin1String("^red: ")));
-}
-
-QString Panel::lastMessage() const
-{
-    return messages().isEmpty() ? QString() : messages().last();
 }
 
 bool Panel::showsMainScreen() const
@@ -53,7 +53,7 @@ QWidget *Panel::window() const
 
 QTextEdit *Panel::messageWindow() const
 {
-    return m_Screens->findChild<QTextEdit *>(QLatin1String("progressMessageWindow"));
+    return m_Screens->findChild<QTextEdit *>("progressMessageWindow");
 }
 
 QPoint Panel::endOfMessages() const
@@ -65,5 +65,5 @@ QPoint Panel::endOfMessages() const
 
 QPushButton *Panel::button(const char *name) const
 {
-    return m_Screens->currentWidget()->findChild<QPushButton *>(QLatin1String(name));
+    return m_Screens->currentWidget()->findChild<QPushButton *>(name);
 }

@@ -17,11 +17,12 @@ public:
 
     /// Presses a function key and waits until what it started is over.
     void press(Qt::Key key);
+    void press(const QList<Qt::Key> &keys);
 
     /// The lines of the message window, red, green and orange ones behind their colour ("red: Failed - ...").
     QStringList messages() const;
-    QStringList redMessages() const;
-    QString lastMessage() const;
+    QStringList redMessages() const { return messages().filter(QRegExp("^red: ")); }
+    QString lastMessage() const { return QStringList(messages()).value(messages().size() - 1); }
 
     bool showsMainScreen() const;
     QWidget *window() const;

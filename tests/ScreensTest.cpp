@@ -16,16 +16,12 @@
 #include "tests/DebugLines.h"
 #include "tests/Instrument.h"
 #include "tests/Panel.h"
+#include "tests/Rows.h"
 
 namespace {
 
 const char settingsFile[] = "/mnt/data/settings/Vantrel/Updater.conf";
-
-void start(const QStringList &arguments)
-{
-    QSettings settings;
-    applyCommandLine(QStringList("updater") + arguments, &settings);
-}
+const QString noFlag = "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: false";
 
 QString versionLine(const Panel &panel)
 {
@@ -40,28 +36,21 @@ class ScreensTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase();
     void init();
     void panelStartsWithTheMainScreen();
-    void keysActOnTheVisibleScreenOnly();
+    void keysAndButtonsActOnTheVisibleScreenOnly();
     void mainScreenSendsTheTypeBeforeTheChange();
-    void buttonsWorkByTouchToo();
     void scrollKeysMoveByALine();
-    void commandLineIsStoredForLaterStarts();
-    void laterArgumentsOverrideEarlierOnes();
-    void unknownArgumentsAreNamedAndNothingIsStored();
+    void argumentsAreStoredAndReachTheScreens_data();
+    void argumentsAreStoredAndReachTheScreens();
     void unreadableSettingsGiveTheDefaults();
     void backdropIsBlackAndLeavesTheKeyboardAlone();
     void messageBoxStaysUntilItIsClosed();
 };
 
-void ScreensTest::initTestCase()
-{
-    Instrument::useItsSettings();
-}
-
 void ScreensTest::init()
 {
+    Instrument::useItsSettings();
     QSettings().clear();
     QSettings().sync();
 }
@@ -72,20 +61,19 @@ void ScreensTest::panelStartsWithTheMainScreen()
     QVERIFY(panel.showsMainScreen());
     QCOMPARE(panel.window()->geometry(), QRect(3, 31, 281, 208));
     QVERIFY(panel.window()->windowFlags() & Qt::FramelessWindowHint);
-    QCOMPARE(versionLine(panel), QString("Unknown Updater Version: 2.1 "));
     QCOMPARE(panel.window()->findChild<QLabel *>("F2label")->text(), QString("Update via Memory\nStick"));
     QCOMPARE(panel.window()->findChild<QTextEdit *>("titleBar")->toPlainText(),
              QString("Vantrel Firmware Update Application"));
 }
 
-void ScreensTest::keysActOnTheVisibleScreenOnly()
+void ScreensTest::keysAndButtonsActOnTheVisibleScreenOnly()
 {
     Panel panel;
     panel.press(Qt::Key_F4); // belongs to the hidden screen
     QVERIFY(panel.showsMainScreen());
     QTest::simulateEvent(panel.window(), true, Qt::Key_F2, Qt::NoModifier, QString(), true); // of a key that is held
     QVERIFY(!panel.button("F2Button")->isDown());
-    panel.press(Qt::Key_F2);
+    QTest::mouseClick(panel.button("F2Button"), Qt::LeftButton);
     QVERIFY(!panel.showsMainScreen());
     const QStringList prompt(
         "Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1");
@@ -96,27 +84,15 @@ void ScreensTest::keysActOnTheVisibleScreenOnly()
 
 void ScreensTest::mainScreenSendsTheTypeBeforeTheChange()
 {
-    UpdaterMainScreen screen(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint);
-    const QSignalSpy types(&screen, SIGNAL(setUpdateType(int)));
-    const QSignalSpy changes(&screen, SIGNAL(requestChangeScreen(int)));
-    int typesAtChange = -1;
-    connect(&screen, &UpdaterMainScreen::requestChangeScreen, &screen, [&] { typesAtChange = types.size(); });
-    int expectedType = 0;
-    for (const char *name : {"F1Button", "F2Button", "F3Button"}) {
+    const UpdaterMainScreen screen(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint);
+    QStringList sent;
+    connect(&screen, &UpdaterMainScreen::setUpdateType, &screen,
+            [&](int type) { sent << QString("type %1").arg(type); });
+    connect(&screen, &UpdaterMainScreen::requestChangeScreen, &screen,
+            [&](int index) { sent << QString("to %1").arg(index); });
+    for (const char *name : {"F1Button", "F2Button", "F3Button"})
         screen.findChild<QPushButton *>(name)->click();
-        QCOMPARE(types.last().at(0).toInt(), expectedType++);
-        QCOMPARE(changes.last().at(0).toInt(), 1);
-        QCOMPARE(typesAtChange, changes.size());
-    }
-    QCOMPARE(types.size(), 3);
-}
-
-void ScreensTest::buttonsWorkByTouchToo()
-{
-    const Panel panel;
-    QTest::mouseClick(panel.button("F1Button"), Qt::LeftButton);
-    QVERIFY(!panel.showsMainScreen());
-    QCOMPARE(panel.messages(), QStringList("Attach the unit to the PC via the USB cable provided then press F1"));
+    QCOMPARE(sent, QStringList({"type 0", "to 1", "type 1", "to 1", "type 2", "to 1"}));
 }
 
 void ScreensTest::scrollKeysMoveByALine()
@@ -127,59 +103,65 @@ void ScreensTest::scrollKeysMoveByALine()
         panel.messageWindow()->append("line");
     const QScrollBar *scrollBar = panel.messageWindow()->verticalScrollBar();
     const int bottom = scrollBar->maximum();
-    QCOMPARE(scrollBar->value(), bottom);
-    panel.press(Qt::Key_F4);
-    QCOMPARE(scrollBar->value(), bottom);
-    panel.press(Qt::Key_F3);
-    QCOMPARE(scrollBar->value(), bottom - scrollBar->singleStep());
-    panel.press(Qt::Key_F4);
-    QCOMPARE(scrollBar->value(), bottom);
+    QList<int> positions{scrollBar->value()};
+    for (const Qt::Key key : {Qt::Key_F4, Qt::Key_F3, Qt::Key_F4}) {
+        panel.press(key);
+        positions << scrollBar->value();
+    }
+    QCOMPARE(positions, QList<int>({bottom, bottom, bottom - scrollBar->singleStep(), bottom}));
     while (scrollBar->value() > 0)
         panel.press(Qt::Key_F3);
     panel.press(Qt::Key_F3);
     QCOMPARE(scrollBar->value(), 0);
 }
 
-void ScreensTest::commandLineIsStoredForLaterStarts()
+void ScreensTest::argumentsAreStoredAndReachTheScreens_data()
 {
-    QTest::ignoreMessage(QtDebugMsg, "1: --avr-enable");
-    QTest::ignoreMessage(QtDebugMsg, "2: Telmara");
-    start(QStringList({"--avr-enable", "Telmara"}));
-    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: true");
-    QCOMPARE(versionLine(Panel()), QString("Telmara Updater Version: 2.1 "));
-
-    start(QStringList());
-    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: true");
-    QCOMPARE(versionLine(Panel()), QString("Telmara Updater Version: 2.1 "));
-    QSettings().sync();
-    QCOMPARE(Instrument::contentOf(settingsFile), QByteArray("[General]\nAvrEnable=true\nProductName=Telmara\n"));
+    QTest::addColumn<QString>("arguments");
+    QTest::addColumn<QStringList>("debugLines");
+    QTest::addColumn<QByteArray>("settings");
+    QTest::addColumn<QString>("product");
+    const auto add = [](const char *name, const QString &arguments, const QStringList &debugLines,
+                        const QByteArray &settings, const QString &product) {
+        addRow(name, arguments, debugLines, settings, product);
+    };
+    const QString picOnly = "\nm_PicUpdateEnabled: true\nm_AvrUpdateEnabled: false";
+    const QString avrOnly = "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: true";
+    add("flag and product", "--avr-enable Telmara", {"1: --avr-enable", "2: Telmara", avrOnly},
+        "[General]\nAvrEnable=true\nProductName=Telmara\n", "Telmara");
+    add("later ones override earlier ones", "--pic-enable Quorvin --avr-enable --avr-disable Ventrix",
+        {"1: --pic-enable", "2: Quorvin", "3: --avr-enable", "4: --avr-disable", "5: Ventrix", picOnly},
+        "[General]\nAvrEnable=false\nPicEnable=true\nProductName=Ventrix\n", "Ventrix");
+    add("flag taken back", "--pic-enable --pic-disable", {"1: --pic-enable", "2: --pic-disable", noFlag},
+        "[General]\nPicEnable=false\n", "Unknown");
+    add("unknown ones", "quorvin --PIC-enable",
+        {"1: quorvin", "unknown command line argument: quorvin", "2: --PIC-enable",
+         "unknown command line argument: --PIC-enable", noFlag},
+        "", "Unknown");
 }
 
-void ScreensTest::laterArgumentsOverrideEarlierOnes()
+void ScreensTest::argumentsAreStoredAndReachTheScreens()
 {
-    start(QStringList({"--pic-enable", "Quorvin", "--avr-enable", "--avr-disable", "Ventrix"}));
-    QCOMPARE(QSettings().value("PicEnable").toBool(), true);
-    QCOMPARE(QSettings().value("AvrEnable").toBool(), false);
-    QCOMPARE(QSettings().value("ProductName").toString(), QString("Ventrix"));
-    start(QStringList("--pic-disable"));
-    QCOMPARE(QSettings().value("PicEnable").toBool(), false);
-}
-
-void ScreensTest::unknownArgumentsAreNamedAndNothingIsStored()
-{
+    QFETCH(QString, arguments);
+    QFETCH(QStringList, debugLines);
+    QFETCH(QByteArray, settings);
+    QFETCH(QString, product);
     const DebugLines debug;
-    start({"quorvin", "--PIC-enable"});
-    QCOMPARE(DebugLines::take(), QStringList({"1: quorvin", "unknown command line argument: quorvin", "2: --PIC-enable",
-                                              "unknown command line argument: --PIC-enable"}));
-    QVERIFY(QSettings().allKeys().isEmpty());
+    {
+        QSettings stored;
+        applyCommandLine(QStringList("updater") + arguments.split(' '), &stored);
+    }
+    QCOMPARE(versionLine(Panel()), product + " Updater Version: 2.1 ");
+    QCOMPARE(DebugLines::take().mid(0, debugLines.size()), debugLines);
+    QCOMPARE(Instrument::contentOf(settingsFile), settings);
 }
 
 void ScreensTest::unreadableSettingsGiveTheDefaults()
 {
-    QSettings().sync();
     Instrument::write(settingsFile, QByteArray("\0\xFFnot settings\n[[[\nPicEnable", 27));
-    QTest::ignoreMessage(QtDebugMsg, "\nm_PicUpdateEnabled: false\nm_AvrUpdateEnabled: false");
+    const DebugLines debug;
     QCOMPARE(versionLine(Panel()), QString("Unknown Updater Version: 2.1 "));
+    QCOMPARE(DebugLines::take().value(0), noFlag);
 }
 
 void ScreensTest::backdropIsBlackAndLeavesTheKeyboardAlone()

@@ -1,21 +1,23 @@
 #include "tests/VirtualDisplay.h"
 
 #include <QFile>
-#include <QtEndian>
 
 namespace {
 
-// The fields of an X window dump's header, in 32-bit words.
-enum DumpField { HeaderSize = 0, Width = 4, Height = 5, BytesPerLine = 12, ColourCount = 19, FieldCount = 25 };
-
-const quint32 colourEntrySize = 12;
-
+const int width = 320;
+const int height = 240;
+const int pixelBytes = width * height * 4;
 const int xdotoolLimitMs = 10000;
 
-void end(QProcess *process)
+// The fast clock of simulator/sandbox, for the program alone: it would shorten the waits of the test as well.
+QProcessEnvironment fastClock()
 {
-    process->kill();
-    process->waitForFinished();
+    QProcessEnvironment clock;
+    clock.insert("LD_PRELOAD", "/usr/$LIB/faketime/libfaketime.so.1");
+    clock.insert("FAKETIME", "+0 x100");
+    clock.insert("FAKETIME_DONT_FAKE_MONOTONIC", "1");
+    clock.insert("NO_FAKE_STAT", "1");
+    return clock;
 }
 
 } // namespace
@@ -24,16 +26,17 @@ void end(QProcess *process)
 // not repeat.
 VirtualDisplay::VirtualDisplay()
 {
-    m_Server.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_Server.start("Xvfb", {"-displayfd", "1", "-screen", "0", "320x240x24", "-wr", "-r", "-fbdir", m_Folder.path(),
-                            "-noreset", "-nolisten", "tcp"});
+    start(&m_Server, "Xvfb",
+          {"-displayfd", "1", "-screen", "0", QString("%1x%2x24").arg(width).arg(height), "-wr", "-r", "-fbdir",
+           m_Folder.path(), "-noreset", "-nolisten", "tcp"});
 }
 
 VirtualDisplay::~VirtualDisplay()
 {
-    end(&m_Program);
-    end(&m_WindowManager);
-    end(&m_Server);
+    for (QProcess *process : {&m_Program, &m_WindowManager, &m_Server}) {
+        process->kill();
+        process->waitForFinished();
+    }
 }
 
 // The server prints the number of its display when it is ready.
@@ -46,9 +49,7 @@ bool VirtualDisplay::isRunning()
 
 void VirtualDisplay::startWindowManager()
 {
-    m_WindowManager.setProcessChannelMode(QProcess::ForwardedChannels);
-    m_WindowManager.setProcessEnvironment(environment());
-    m_WindowManager.start("openbox", {"--sm-disable", "--startup", "touch " + m_Folder.filePath("managed")});
+    start(&m_WindowManager, "openbox", {"--sm-disable", "--startup", "touch " + m_Folder.filePath("managed")});
 }
 
 bool VirtualDisplay::isManaged() const
@@ -58,54 +59,47 @@ bool VirtualDisplay::isManaged() const
 
 void VirtualDisplay::startProgram(const QString &program, const QStringList &arguments)
 {
-    m_Program.setProcessChannelMode(QProcess::ForwardedChannels);
-    m_Program.setProcessEnvironment(environment());
-    m_Program.start(program, arguments);
+    start(&m_Program, program, arguments, fastClock());
 }
 
-QProcessEnvironment VirtualDisplay::environment() const
+void VirtualDisplay::start(QProcess *process, const QString &program, const QStringList &arguments,
+                           const QProcessEnvironment &clock) const
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(clock);
     environment.insert("DISPLAY", m_Name);
     environment.insert("QT_QPA_PLATFORM", "xcb");
-    return environment;
+    process->setProcessEnvironment(environment);
+    process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process->start(program, arguments);
 }
 
 bool VirtualDisplay::typeKey(const QString &name) const
 {
-    bool succeeded = false;
-    runXdotool({"key", name}, &succeeded);
-    return succeeded;
+    QProcess xdotool;
+    return runXdotool(&xdotool, {"key", name});
 }
 
 QString VirtualDisplay::focusedWindow() const
 {
-    bool succeeded = false;
-    return QString(runXdotool({"getwindowfocus", "getwindowname", "getwindowgeometry"}, &succeeded)).simplified();
-}
-
-QByteArray VirtualDisplay::runXdotool(const QStringList &arguments, bool *succeeded) const
-{
     QProcess xdotool;
-    xdotool.setProcessEnvironment(environment());
-    xdotool.start("xdotool", arguments);
-    *succeeded = xdotool.waitForFinished(xdotoolLimitMs) && xdotool.exitCode() == 0;
-    return xdotool.readAllStandardOutput();
+    runXdotool(&xdotool, {"getwindowfocus", "getwindowname", "getwindowgeometry"});
+    return QString(xdotool.readAllStandardOutput()).simplified();
 }
 
+bool VirtualDisplay::runXdotool(QProcess *xdotool, const QStringList &arguments) const
+{
+    start(xdotool, "xdotool", arguments);
+    return xdotool->waitForFinished(xdotoolLimitMs) && xdotool->exitCode() == 0;
+}
+
+// The server keeps the display as an X window dump, in which the pixels come last.
 QImage VirtualDisplay::picture() const
 {
     QFile file(m_Folder.filePath("Xvfb_screen0"));
-    if (!file.open(QIODevice::ReadOnly))
+    file.open(QIODevice::ReadOnly);
+    const QByteArray pixels = file.readAll().right(pixelBytes);
+    if (pixels.size() < pixelBytes)
         return QImage();
-    const QByteArray dump = file.readAll();
-    const auto field = [&dump](DumpField index) {
-        return qFromBigEndian<quint32>(dump.constData() + sizeof(quint32) * index);
-    };
-    if (dump.size() < static_cast<int>(FieldCount * sizeof(quint32)))
-        return QImage();
-    const quint32 start = field(HeaderSize) + field(ColourCount) * colourEntrySize;
-    const QImage image(reinterpret_cast<const uchar *>(dump.constData()) + start, static_cast<int>(field(Width)),
-                       static_cast<int>(field(Height)), static_cast<int>(field(BytesPerLine)), QImage::Format_RGB32);
-    return image.copy();
+    return QImage(reinterpret_cast<const uchar *>(pixels.constData()), width, height, QImage::Format_RGB32).copy();
 }

@@ -21,6 +21,7 @@ public:
     /// True as soon as the window manager has taken the display over.
     bool isManaged() const;
 
+    /// Starts a program for which the time of day passes a hundred times as fast.
     void startProgram(const QString &program, const QStringList &arguments);
 
     /// Types one key through the X server, as a keyboard would; `name` is its X name.
@@ -33,8 +34,9 @@ public:
     QImage picture() const;
 
 private:
-    QProcessEnvironment environment() const;
-    QByteArray runXdotool(const QStringList &arguments, bool *succeeded) const;
+    void start(QProcess *process, const QString &program, const QStringList &arguments,
+               const QProcessEnvironment &clock = {}) const;
+    bool runXdotool(QProcess *xdotool, const QStringList &arguments) const;
 
     QTemporaryDir m_Folder;
     QProcess m_Server;
