@@ -87,7 +87,7 @@ RELEASED = ("! grep ' /mnt/update ' /proc/mounts && ! test -e /sys/block/loop0/l
             " && ! grep -E '^(g_mass_storage|fsl_usb2_udc) ' /proc/modules")
 NOTHING_WRITTEN = ("nothing was written", f"{erased('mtd0')} && {erased('mtd1')} && grep -qx old {MAIN_APP}"
                    " && ! head -c 1M /dev/mmcblk0p1 | tr -d '\\0' | grep -q .")
-READ_BACK = [  # after an update with these commands
+READ_BACK = [  # after a good update with these lines
     (NAND_KERNEL, "kernel read back from mtd0", KERNEL_IN_NAND),
     (IMAGE, "root image attached, mounted and read", ROOT_IN_NAND),
     (CARD_KERNEL, "kernel read back from the SD card", kernel_on_card()),
@@ -98,10 +98,6 @@ READ_BACK = [  # after an update with these commands
 CONTENTS = ("sha256sum /dev/mtd0 /dev/mmcblk0p1; ubiattach -p /dev/mtd1 && sha256sum /dev/ubi0_0;"
             " ubidetach -p /dev/mtd1; cd /; find . -xdev ! -type d -exec stat -c '%n %A %s' {} + | sort;"
             " find . -xdev -type f -newer sbin/init -exec sha256sum {} + | sort")
-
-
-def read_back(package):
-    return [(what, command) for commands, what, command in READ_BACK if commands in UPDATE_CONFIGS[package]]
 
 
 def copy_package(package, file_system):
@@ -137,7 +133,7 @@ class Instrument(Guest):
                   " && mount / -o remount,ro")
 
     def deliver(self, source, package, prepare="true", nand="", stick=""):
-        """An instrument as it leaves the factory (erased NAND, old files, an empty card), and the package on its medium.
+        """An instrument as it leaves the factory: erased NAND, old files, an empty card. The package is on its medium.
         `nand` and `stick` are options of the emulated ones, `prepare` is the last command."""
         self.run("/etc/init.d/updater stop; umount /mnt/update /mnt/ubiData /mnt/pc; ubidetach -p /dev/mtd1;"
                  " rmmod nandsim; mount -o remount,size=50% /tmp; cat /dev/zero >/dev/fb0")
@@ -173,7 +169,7 @@ class Instrument(Guest):
             pixels = self.display()
             return pixels[F1_LABEL] == f1_label and not colours.isdisjoint(pixels)
         wait_until(shown, 180, f"the panel to show the {stage}")
-        time.sleep(0.5)  # it is drawn in parts
+        time.sleep(0.5)  # the panel appears part by part
         self.take_picture(stage)
 
     def start(self, source):
@@ -208,7 +204,8 @@ class Instrument(Guest):
         time.sleep(1)
         self.take_picture("running")
         self.wait_for("end")
-        self.check_end(good, *(read_back(package) if good else ()), *conditions)
+        self.check_end(good, *[(what, condition) for lines, what, condition in READ_BACK
+                               if good and lines in UPDATE_CONFIGS[package]], *conditions)
 
     def fail_early(self, source, package):
         self.begin(source, package)
@@ -217,11 +214,14 @@ class Instrument(Guest):
 
     def stop_in(self, tool, run, call, count):
         """The tool will stop in its run of that number, after its system call of that kind and number."""
-        script = (f"#!/bin/sh\necho >>/run/runs\n[ $(wc -l </run/runs) != {run} ] || exec strace -o /run/stopped"
-                  f" -e trace={call} -e inject={call}:signal=STOP:when={count} /run/tool \"$@\"\nexec /run/tool \"$@\"\n")
+        script = f"""#!/bin/sh
+echo >>/run/runs
+[ $(wc -l </run/runs) = {run} ] || exec /run/tool "$@"
+exec strace -o /run/stopped -e trace={call} -e inject={call}:signal=STOP:when={count} /run/tool "$@"
+"""
         self.must(f"cp {tool} /run/tool && echo '{script}' >/run/stop && chmod +x /run/stop && killall strace"
-                  f" && mount --bind /run/stop {tool} && echo 0 >/proc/sys/vm/dirty_writeback_centisecs")
-        wait_until(lambda: not self.succeeds("pidof strace"), 20, "the end of the trace")
+                  f" && mount --bind /run/stop {tool} && echo 0 >/proc/sys/vm/dirty_writeback_centisecs"
+                  " && while pidof strace; do sleep 0.1; done")
 
     def repeat_power_on(self):
         """Kills the emulator and starts it again. The emulated NAND forgets its content, which is put back."""
@@ -293,9 +293,9 @@ def boards(it):
     events = it.must("cat /run/instrument/journal")
     it.check("the update is complete", "message\tgreen\tUpdate complete" in events, events)
     it.check("no violation", "violation" not in events, events)
-    it.check_that(*[(f"{folder}: the same bytes as in the simulator",
-                     f"diff -r {SHARE}/{state}/{folder} /run/instrument/{folder}") for folder in ("boards", "pictures")],
-                  ("kernel read back from mtd0", KERNEL_IN_NAND))
+    it.check_that(("kernel read back from mtd0", KERNEL_IN_NAND), *[
+        (f"{folder}: the same bytes as in the simulator", f"diff -r {SHARE}/{state}/{folder} /run/instrument/{folder}")
+        for folder in ("boards", "pictures")])
 
 
 def tools(it):
@@ -367,7 +367,8 @@ def power_cut(it, source, package, prepare, stop, command, state):
     it.check_that(("the power cut came at its moment", state))
     it.start(source)
     it.update(source, package)
-    it.check("the instrument is the same as after an update without a power cut", it.must(CONTENTS) == it.expected_contents)
+    same = it.must(CONTENTS) == it.expected_contents
+    it.check("the instrument is the same as after an update without a power cut", same)
 
 
 def power_cuts(source, package, prepare, cuts):
@@ -400,7 +401,7 @@ def image_over_the_running_root(it):
     it.return_to_main_screen()  # the updater itself runs on
 
 
-# Where a tool stops (in which of its runs, after which system call), a command before the cut, what the cut leaves. The
+# A tool that stops (in which of its runs, after which system call), a command before the cut, what the cut leaves. The
 # first file that a tool opens is a library: there it has not begun. Of umount, one run is the PC's.
 NAND_CUTS = [
     ("KERNEL between erase and write", ("/usr/sbin/nandwrite", 1, "openat", 1), "true", erased("mtd0")),
@@ -421,29 +422,27 @@ PC_CUTS = [
     ("package deleted on the medium", ("/bin/umount", 4, "openat", 1), "sync; sync", packages_on("pc", 0)),
 ]
 
-KEPT = "the package is still on the medium"
-DELETED = "the package is deleted from the PC's storage"
-
-
-def updates(source, condition, compare=True):
+def updates(source, compare=True):
+    what, count = ("the package is deleted from the PC's storage", 0) if source == "pc" else (
+        "the package is still on the medium", 1)
     return {f"{source}, SYSTEM {package.upper()}": partial(
-        execute, source=source, package=package, conditions=[condition], compare=compare)
+        execute, source=source, package=package, compare=compare, conditions=[(what, packages_on(source, count))])
         for package in ("nand", "sdcard")}
 
 
 # The instruments, each with the scenarios that are executed on it one after the other.
 INSTRUMENTS = {
-    "card": updates("sd", (KEPT, packages_on("sd", 1))),
-    "stick": updates("stick", (KEPT, packages_on("stick", 1)), compare=False)
-    | updates("partitioned stick", (KEPT, packages_on("partitioned stick", 1))),
-    "pc": updates("pc", (DELETED, packages_on("pc", 0))),
+    "card": updates("sd"),
+    "stick": updates("stick", compare=False) | updates("partitioned stick"),
+    "pc": updates("pc"),
     "faults": {
         "lines that fail": partial(execute, source="sd", package="failing", good=False, conditions=[NOTHING_WRITTEN],
                                    compare=True),
         "PC, no backing file": pc_without_backing_file,
         "PC, read-only storage": partial(
-            execute, source="pc", package="nand", conditions=[(KEPT, packages_on("pc", 1))],
-            prepare=f"{copy_package('nand', SOURCES['pc'][1])} && mount -o remount,ro /mnt/ubiData"),
+            execute, source="pc", package="nand",
+            prepare=f"{copy_package('nand', SOURCES['pc'][1])} && mount -o remount,ro /mnt/ubiData",
+            conditions=[("the package is still on the PC's storage", packages_on("pc", 1))]),
         "stick pulled during unpacking": stick_pulled,
         "no room to unpack in /tmp": no_room_to_unpack,
         # Room for what is unpacked, but not for the copy of the image that is made before the flash is erased.
@@ -457,8 +456,8 @@ INSTRUMENTS = {
         "read-only stick": partial(execute, source="partitioned stick", package="sdcard", stick=",readonly=on"),
         "bad blocks": partial(  # the second of mtd0, the third of mtd1
             execute, source="sd", package="nand", nand="badblocks=1,10",
-            conditions=[("the bad blocks were skipped", "cd /sys/class/mtd && cat mtd0/bad_blocks mtd1/bad_blocks"
-                         " | tr -d '\\n' | grep -qx 11")]),
+            conditions=[("the bad blocks were skipped", "cd /sys/class/mtd && grep -x 1 mtd0/bad_blocks"
+                         " && grep -x 1 mtd1/bad_blocks")]),
         "package name outside ASCII": name_outside_ascii},
     "tools": {"the system tools": tools},
     "boards": {"PIC and ESA lines": boards},

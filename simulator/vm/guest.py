@@ -18,7 +18,8 @@ EMULATOR = f"""qemu-system-x86_64 -accel tcg -m 768 -nodefaults -display none -n
     -drive file=root.img,if=virtio,format=raw,cache=unsafe -drive file=nand,if=virtio,format=raw
     -drive file=card,if=none,id=card,format=raw -device sdhci-pci -device sd-card,drive=card -device qemu-xhci,id=usb
     -device bochs-display,xres={WIDTH},yres={HEIGHT} -device virtio-serial -device virtserialport,chardev=shell
-    -virtfs local,path=../../..,mount_tag=host,security_model=none,readonly=on -mon chardev=monitor,mode=control""".split()
+    -virtfs local,path=../../..,mount_tag=host,security_model=none,readonly=on
+    -mon chardev=monitor,mode=control""".split()
 
 
 class Guest:
