@@ -35,7 +35,7 @@ OLD_NAND = f"nandwrite -q -p /dev/mtd0 {PAYLOAD}/mainApp && ubiformat -q -y /dev
 
 GREEN, RED, BLACK, WHITE = (0, 128, 0), (255, 0, 0), (0, 0, 0), (255, 255, 255)
 F1_LABEL = 220 * WIDTH + 32  # a pixel of its first letter; the main screen is white there
-STAGES = {  # of the panel: the label of F1, which is grey during an update, and a colour or another that is somewhere
+STAGES = {  # of the panel: the colour of F1's label, which is grey during an update, and colours of which it shows one
     "main-screen": (WHITE, {WHITE}), "prompt": (BLACK, {WHITE}), "end": (BLACK, {GREEN, RED}),
     "after-f1": (WHITE, {WHITE}),
 }
@@ -56,7 +56,7 @@ UPDATE_CONFIGS = {
 }
 
 
-# Conditions: shell commands that succeed when the guest holds what their name says.
+# Conditions: shell commands that succeed when the guest is in the state of their name.
 
 def erased(partition):
     return (f"nanddump -q --bb=skipbad -f /run/{partition} /dev/{partition}"
@@ -219,7 +219,7 @@ echo >>/run/runs
 [ $(wc -l </run/runs) = {run} ] || exec /run/tool "$@"
 exec strace -o /run/stopped -e trace={call} -e inject={call}:signal=STOP:when={count} /run/tool "$@"
 """
-        self.must(f"cp {tool} /run/tool && echo '{script}' >/run/stop && chmod +x /run/stop && killall strace"
+        self.must(f"cp {tool} /run/tool && echo '{script}' >/run/stop && chmod +x /run/stop && killall -9 strace"
                   f" && mount --bind /run/stop {tool} && echo 0 >/proc/sys/vm/dirty_writeback_centisecs"
                   " && while pidof strace; do sleep 0.1; done")
 
@@ -389,8 +389,8 @@ def root_in_nand(it):
 def image_over_the_running_root(it):
     """What happens to an instrument whose root file system is in the NAND that an IMAGE line writes."""
     it.return_to_main_screen()
-    # Programs that run go on as long as all that they touch is in memory.
-    it.must("cat $(cat /proc/*/maps | grep -o /usr/.* | sort -u) /bin/umount /bin/sync /lib/*/*.so* >/dev/null")
+    # A program runs on as long as all that it touches is in memory.
+    it.must("cat $(cat /proc/*/maps | grep -o '/usr/.*' | sort -u) /bin/umount /bin/sync /lib/*/*.so* >/dev/null")
     it.make_media("sd", "image")
     it.choose("sd")
     it.update("sd", "image", good=False)
@@ -421,6 +421,7 @@ PC_CUTS = [
     ("package deleted, not on the medium", ("/bin/sync", 2, "openat", 1), "true", packages_on("pc", 1)),
     ("package deleted on the medium", ("/bin/umount", 4, "openat", 1), "sync; sync", packages_on("pc", 0)),
 ]
+
 
 def updates(source, compare=True):
     what, count = ("the package is deleted from the PC's storage", 0) if source == "pc" else (
