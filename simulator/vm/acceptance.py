@@ -68,7 +68,7 @@ def programmed(partition, page):
 
 
 def kernel_on_card(size=f"$(stat -c %s {PAYLOAD}/uImage)"):
-    return f"cmp -n {size} /dev/mmcblk0p1 {PAYLOAD}/uImage"
+    return f"cmp -s -n {size} /dev/mmcblk0p1 {PAYLOAD}/uImage"
 
 
 def packages_on(source, count):
@@ -77,12 +77,12 @@ def packages_on(source, count):
 
 
 KERNEL_IN_NAND = (f"size=$(stat -c %s {PAYLOAD}/uImage) && nanddump -q --bb=skipbad -l $size -f /run/kernel /dev/mtd0"
-                  f" && cmp -n $size /run/kernel {PAYLOAD}/uImage")
+                  f" && cmp -s -n $size /run/kernel {PAYLOAD}/uImage")
 ROOT_IN_NAND = ("ubiattach -p /dev/mtd1 && mount -t ubifs -o ro ubi0:rootfs /mnt/pc"
                 " && grep -x 'root file system 1.1' /mnt/pc/etc/issue && umount /mnt/pc && ubidetach -p /dev/mtd1")
 FILES_COPIED = (f"cmp {MAIN_APP} {PAYLOAD}/mainApp && cmp /etc/instrument.conf {PAYLOAD}/etc/instrument.conf"
                 " && grep -qx 'updated to 1.1' /var/lib/updates/last")
-FILE_NOT_COPIED = f"! cmp /ballast {PACKAGES_IN_GUEST}/ballast"
+FILE_NOT_COPIED = f"! cmp -s /ballast {PACKAGES_IN_GUEST}/ballast"
 RELEASED = ("! grep ' /mnt/update ' /proc/mounts && ! test -e /sys/block/loop0/loop"
             " && ! grep -E '^(g_mass_storage|fsl_usb2_udc) ' /proc/modules")
 NOTHING_WRITTEN = ("nothing was written", f"{erased('mtd0')} && {erased('mtd1')} && grep -qx old {MAIN_APP}"
@@ -452,7 +452,7 @@ INSTRUMENTS = {
             prepare=f"nandwrite -q -p /dev/mtd1 {PAYLOAD}/mainApp"
                     f" && mount -o remount,size=$(( $(du -sk {PAYLOAD} | cut -f 1) + 1000 ))k /tmp",
             conditions=[("the old image was not erased", "nanddump -q -f /run/old /dev/mtd1"
-                         f" && cmp -n $(stat -c %s {PAYLOAD}/mainApp) /run/old {PAYLOAD}/mainApp"),
+                         f" && cmp -s -n $(stat -c %s {PAYLOAD}/mainApp) /run/old {PAYLOAD}/mainApp"),
                         ("the other lines were executed", f"{KERNEL_IN_NAND} && {FILES_COPIED}")]),
         "read-only stick": partial(execute, source="partitioned stick", package="sdcard", stick=",readonly=on"),
         "bad blocks": partial(  # the second of mtd0, the third of mtd1

@@ -65,13 +65,12 @@ class Guest:
         """Executes a shell command in the guest; returns its exit status and its output."""
         self._shell.write("{ " + command + "\n} 2>&1\necho \"--end-- $?\"\n")
         self._shell.flush()
-        output = ""
-        while not (end := re.search(r"--end-- (\d+)\n$", output)):
-            line = self._shell.readline()
-            if not line:
+        lines = []
+        while not lines or not (end := re.search(r"--end-- (\d+)\n$", lines[-1])):
+            lines.append(self._shell.readline())
+            if not lines[-1]:
                 raise RuntimeError(f"the guest has stopped; its last messages are in {self.folder}/console")
-            output += line
-        return int(end[1]), output[:end.start()]
+        return int(end[1]), "".join(lines).removesuffix(end[0])
 
     def succeeds(self, command):
         return self.run(command)[0] == 0
