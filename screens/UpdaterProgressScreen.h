@@ -123,7 +123,7 @@ private:
     QFile *m_EsaFile = nullptr;               ///< the image of the running ESA update
     TtyHandler *m_TtyHandler;
     bool m_EsaTransferActive = false;
-    bool m_EsaMBoardEntered = false;  ///< the board was asked to enter its boot loader; once after each start of the program
+    bool m_EsaMBoardEntered = false;  ///< was asked to enter its boot loader; once after each start of the program
     bool m_EsaIoBoardEntered = false; ///< likewise
     bool m_EsaUpdateFinished = false;
     bool m_EsaUpdateSucceeded = false;

@@ -204,10 +204,10 @@ void EsaUpdateTest::boardThatFailsEndsTheUpdate_data()
     QTest::addColumn<QList<int>>("skipped");
     QTest::addColumn<int>("blocks"); ///< that were sent: none of them again
     QTest::addColumn<bool>("takesTheNext");
-    const QString refused = "ESA NACK received";
+    const QString rejected = "ESA NACK received";
     const QString silent = "ESA board does not answer";
-    addRow("first block refused", with(&Faults::refusedBlock, 0), refused, QList<int>(), 1, false);
-    addRow("last block refused", with(&Faults::refusedBlock, 2), refused, QList<int>(), 3, false);
+    addRow("first block rejected", with(&Faults::rejectedBlock, 0), rejected, QList<int>(), 1, false);
+    addRow("last block rejected", with(&Faults::rejectedBlock, 2), rejected, QList<int>(), 3, false);
     addRow("command not answered", with(&Faults::silentAfterCommand, true), silent, receiverTimeout, 0, false);
     addRow("block not answered", with(&Faults::unansweredBlock, 1), silent, replyTimeout, 2, false);
     addRow("transfer cancelled", with(&Faults::cancelledBlock, 1), silent, replyTimeout, 2, true);
@@ -278,7 +278,7 @@ void EsaUpdateTest::strayBytesAroundRepliesAreSkipped_data()
     addRow("none, split", QByteArray(), true);
     addRow("in one read", QByteArray("\x00\xFFzC", 4), false);
     addRow("in reads of its own", QByteArray("\x00\xFFzC", 4), true);
-    addRow("a refusal beside the acknowledgement", QByteArray("\x15"), false);
+    addRow("a NAK beside the acknowledgement", QByteArray("\x15"), false);
 }
 
 void EsaUpdateTest::strayBytesAroundRepliesAreSkipped()

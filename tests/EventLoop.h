@@ -8,11 +8,11 @@
 template <typename Condition>
 bool eventually(Condition condition)
 {
-    QTimer patience;
-    patience.setSingleShot(true);
-    patience.start(3000);
+    QTimer limit;
+    limit.setSingleShot(true);
+    limit.start(3000);
     while (!condition()) {
-        if (!patience.isActive())
+        if (!limit.isActive())
             return false;
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     }

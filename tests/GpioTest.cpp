@@ -110,7 +110,7 @@ void GpioTest::lineIsReachedAfterItsExport()
 
 void GpioTest::toggleChangesNothingButZeroAndOne()
 {
-    // The level is read, which leaves the file behind its first byte, where the new one goes.
+    // The level is read, which leaves the position after the first byte, where the new one goes.
     const QList<QPair<QByteArray, QByteArray>> filesBeforeAndAfter = {
         {"0\n", "01"}, {"1\n", "10"}, {"2\n", "2\n"}, {"x\n", "x\n"}, {" \n", " \n"}, {"-1", "-1"}, {"", ""}};
     exportLine();

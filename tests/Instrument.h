@@ -34,7 +34,7 @@ public:
     /// Lets every call fail whose command line begins with one of these.
     void failTools(const QStringList &commandLines) const;
     void mendTools() const;
-    /// Lets the kernel refuse to detach a loop device that is mounted, as kernels before 3.7 do.
+    /// Makes the kernel reject detaching a loop device that is mounted, as kernels before 3.7 do.
     void useOldKernel() const;
 
     /// The command lines of the tools called since the last call of this function, in order.

@@ -19,7 +19,7 @@ public:
     void press(Qt::Key key);
     void press(const QList<Qt::Key> &keys);
 
-    /// The lines of the message window, red, green and orange ones behind their colour ("red: Failed - ...").
+    /// The lines of the message window, red, green and orange ones after their colour ("red: Failed - ...").
     QStringList messages() const;
     QStringList redMessages() const { return messages().filter(QRegExp("^red: ")); }
     QString lastMessage() const { return QStringList(messages()).value(messages().size() - 1); }

@@ -60,7 +60,7 @@ private slots:
     void changesOnlyTheBitsOfTheMask();
     void readsTrueWhenAnyPinOfTheMaskIsHigh();
     void releasesItsMappingAndDescriptor();
-    void refusesEverythingWithoutAMapping();
+    void doesNothingWithoutAMapping();
     void esaBoardThatCannotBeSelectedIsSentNothing();
     void mapsWithTheProtectionAsked();
     void delaysHaveTheirDurations();
@@ -116,7 +116,7 @@ void PinControllerTest::releasesItsMappingAndDescriptor()
     QCOMPARE(openDescriptors(), before);
 }
 
-void PinControllerTest::refusesEverythingWithoutAMapping()
+void PinControllerTest::doesNothingWithoutAMapping()
 {
     const auto useAll = [](unsigned int base) {
         MemoryMappedPinController pins(base);

@@ -47,7 +47,7 @@ QByteArray answer(char code, int id)
     return QByteArray("\x02") + code + static_cast<char>(id) + '\x03';
 }
 
-/// What becomes of a frame: it is acknowledged, as another one too, refused, or its answer is lost.
+/// What becomes of a frame: it is acknowledged, as another one too, rejected, or its answer is lost.
 enum Answer { Ack, AckOfNextId, Nak, Silence };
 using Answers = QList<int>;
 
@@ -168,10 +168,10 @@ void PowerBoardTest::idsWrapAndEveryArgumentIsEscaped()
 void PowerBoardTest::frameIsGivenUpAfterThreeResends_data()
 {
     QTest::addColumn<Answers>("answers");
-    addRow("refused", Answers{Nak, Nak, Nak, Nak});
+    addRow("rejected", Answers{Nak, Nak, Nak, Nak});
     addRow("not answered", Answers{Silence, Silence, Silence, Silence});
     addRow("both in turn, silent at last", Answers{Nak, Silence, Nak, Silence});
-    addRow("both in turn, refused at last", Answers{Silence, Nak, Silence, Nak});
+    addRow("both in turn, rejected at last", Answers{Silence, Nak, Silence, Nak});
 }
 
 void PowerBoardTest::frameIsGivenUpAfterThreeResends()
@@ -278,21 +278,21 @@ void PowerBoardTest::chunksAreReceived_data()
     addRow("repeated", Chunks{frame, frame, framed(packet(10, "B"))}, Chunks{good, packet(10, "B")},
            QStringList{"0609", "0609", "060a"}, QStringList("same packet: 9"));
 
-    const auto refused = [&](const char *name, const QByteArray &body, int id, const QString &reason) {
+    const auto rejected = [&](const char *name, const QByteArray &body, int id, const QString &reason) {
         addRow(name, Chunks{framed(body), frame}, Chunks{good},
                QStringList{QString("15%1").arg(id, 2, 16, QChar('0')), "0609"},
                QStringList{reason, QString("sent Nak: %1").arg(id)});
     };
-    refused("empty body", "", 0, "invalid id: 0");
-    refused("id 3", packet(3, "A"), 3, "invalid id: 3");
-    refused("id 127", packet(127, "A"), 127, "invalid id: 127");
-    refused("id 255, too long as well", hex("FF FFFF"), 255, "invalid id: 255");
-    refused("length 601", packet(5, QByteArray(601, 'x')), 5, "invalid length: 601");
-    refused("length 65535", hex("04 FFFF"), 4, "invalid length: 65535");
-    refused("id alone", hex("04"), 4, "invalid checksum: 0");
-    refused("wrong high byte", hex("05 0000 06 01"), 5, "invalid checksum: 262");
-    refused("last byte missing", hex("05 0000 06"), 5, "invalid checksum: 6"); // a zero, which missing bytes count as
-    refused("rest missing", hex("05 5802 41"), 5, "invalid checksum: 0");
+    rejected("empty body", "", 0, "invalid id: 0");
+    rejected("id 3", packet(3, "A"), 3, "invalid id: 3");
+    rejected("id 127", packet(127, "A"), 127, "invalid id: 127");
+    rejected("id 255, too long as well", hex("FF FFFF"), 255, "invalid id: 255");
+    rejected("length 601", packet(5, QByteArray(601, 'x')), 5, "invalid length: 601");
+    rejected("length 65535", hex("04 FFFF"), 4, "invalid length: 65535");
+    rejected("id alone", hex("04"), 4, "invalid checksum: 0");
+    rejected("wrong high byte", hex("05 0000 06 01"), 5, "invalid checksum: 262");
+    rejected("last byte missing", hex("05 0000 06"), 5, "invalid checksum: 6"); // a zero, which missing bytes count as
+    rejected("rest missing", hex("05 5802 41"), 5, "invalid checksum: 0");
 }
 
 void PowerBoardTest::chunksAreReceived()

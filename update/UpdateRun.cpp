@@ -95,7 +95,7 @@ void UpdaterProgressScreen::cleanUpMedium()
         detachLoopDevice();
 }
 
-/// Kernels before 3.7 refuse to detach a loop device that is mounted. The device is then detached before it is attached
+/// Kernels before 3.7 do not detach a loop device that is mounted. The device is then detached before it is attached
 /// again.
 void UpdaterProgressScreen::detachLoopDevice()
 {

@@ -13,13 +13,13 @@ using EsaFaults = EsaBootLoader::Faults;
 namespace {
 
 const std::map<std::string, int EsaFaults::*> faultsOfABlock = {
-    {"refused", &EsaFaults::refusedBlock},
+    {"rejected", &EsaFaults::rejectedBlock},
     {"unanswered", &EsaFaults::unansweredBlock},
     {"cancelled", &EsaFaults::cancelledBlock},
     {"garbage", &EsaFaults::garbageBlock},
 };
 const std::map<std::string, bool EsaFaults::*> faultsOfATransfer = {
-    {"refused-end", &EsaFaults::refusedEnd},
+    {"rejected-end", &EsaFaults::rejectedEnd},
     {"silent", &EsaFaults::silentAfterCommand},
 };
 

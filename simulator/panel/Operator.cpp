@@ -28,7 +28,7 @@ const std::map<std::string, Qt::Key> keyOfSource = {{"pc", Qt::Key_F1}, {"stick"
 void startOperator()
 {
     auto *panelOperator = new Operator(QCoreApplication::instance());
-    QTimer::singleShot(0, panelOperator, &Operator::begin);
+    QTimer::singleShot(0, panelOperator, SLOT(begin()));
 }
 
 void record(const char *kind, const QString &text)

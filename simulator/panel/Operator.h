@@ -25,6 +25,7 @@ class Operator : public QObject
 public:
     explicit Operator(QObject *parent);
 
+private slots:
     void begin();
 
 private:

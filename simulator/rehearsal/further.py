@@ -198,12 +198,12 @@ class FaultPlan:
         block = self._random.randrange(blocks)
         of_board = [other for other in self._undisturbed.lines if other.facts.get("board") == board]
         later = [other for other in of_board if other.number >= line.number]
-        kinds = [("silent", "never asks for the image", later), (f"refused {block}", f"rejects block {block}", later),
+        kinds = [("silent", "never asks for the image", later), (f"rejected {block}", f"rejects block {block}", later),
                  (f"unanswered {block}", f"does not answer block {block}", later),
                  (f"cancelled {block}", f"cancels the transfer at block {block}",
                   [other for other in later if self._blocks(other) > block]),
                  (f"garbage {block}", f"sends garbage after its reply to block {block}", []),
-                 ("refused-end", "rejects the end of the transfer", of_board[1:])]
+                 ("rejected-end", "rejects the end of the transfer", of_board[1:])]
         return [Fault(("esa", board, *kind.split()), f"the ESA {board} board {text}", [other.number for other in failing])
                 for kind, text, failing in kinds]
 

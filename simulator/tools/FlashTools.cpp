@@ -47,7 +47,7 @@ bool open(const std::string &device, const std::string &file, fs::path *raw, std
         image->assign(std::istreambuf_iterator<char>(stream), {});
         return true;
     }
-    refuse("error!: cannot open " + (raw->empty() ? device : file), mtdFailure);
+    fail("error!: cannot open " + (raw->empty() ? device : file), mtdFailure);
     return false;
 }
 
@@ -57,7 +57,7 @@ int simulator::runFlashEraseall(const Call &call)
 {
     const fs::path partition = InstrumentState::rawDevice(call.operands[0]);
     if (partition.empty())
-        return refuse(call.operands[0] + ": No such file or directory", mtdFailure);
+        return fail(call.operands[0] + ": No such file or directory", mtdFailure);
     erase(partition);
     std::printf("Erasing %zu Kibyte @ 0 -- 100 %% complete\n", fs::file_size(partition) / 1024);
     return 0;
@@ -70,10 +70,10 @@ int simulator::runNandwrite(const Call &call)
     if (!open(call.operands[0], call.operands[1], &partition, &image))
         return mtdFailure;
     if (image.size() % pageSize != 0 && !call.options.count('p'))
-        return refuse("error!: Input file is not page-aligned. Use the padding option.", mtdFailure);
+        return fail("error!: Input file is not page-aligned. Use the padding option.", mtdFailure);
     image += std::string((pageSize - image.size() % pageSize) % pageSize, erased);
     if (image.size() > fs::file_size(partition))
-        return refuse("error!: Input file does not fit into device", mtdFailure);
+        return fail("error!: Input file does not fit into device", mtdFailure);
     program(partition, image);
     std::printf("Wrote %zu pages to %s\n", image.size() / pageSize, call.operands[0].c_str());
     return 0;
@@ -83,23 +83,23 @@ int simulator::runUbiformat(const Call &call)
 {
     const auto option = call.options.find('f');
     if (option == call.options.end())
-        return refuse("bad usage", mtdFailure);
+        return fail("bad usage", mtdFailure);
     const std::string &file = option->second;
     fs::path partition;
     std::string image;
     if (!open(call.operands[0], file, &partition, &image))
         return mtdFailure;
     if (image.empty() || image.size() % blockSize != 0)
-        return refuse("error!: file \"" + file + "\" is not multiple of eraseblock size", mtdFailure);
+        return fail("error!: file \"" + file + "\" is not multiple of eraseblock size", mtdFailure);
     if (image.size() > fs::file_size(partition))
-        return refuse("error!: file \"" + file + "\" is too large", mtdFailure);
+        return fail("error!: file \"" + file + "\" is too large", mtdFailure);
     size_t end = 0; // of the blocks before the first that is not a UBI block
     while (end < image.size() && image.compare(end, sizeof ubiMagic - 1, ubiMagic) == 0)
         end += blockSize;
     erase(partition);
     program(partition, image.substr(0, end));
     if (end != image.size())
-        return refuse("error!: bad EC header in \"" + file + "\"", mtdFailure);
+        return fail("error!: bad EC header in \"" + file + "\"", mtdFailure);
     std::printf("ubiformat: flashed %zu eraseblocks of %s\n", image.size() / blockSize, call.operands[0].c_str());
     return 0;
 }
@@ -107,7 +107,7 @@ int simulator::runUbiformat(const Call &call)
 int simulator::runSdimage(const Call &call)
 {
     if (call.options.size() != 2)
-        return refuse("bad usage", 1);
+        return fail("bad usage", 1);
     fs::path card;
     std::string image;
     if (!open(call.options.at('d'), call.options.at('f'), &card, &image))

@@ -31,7 +31,7 @@ int remount(const std::string &mounted, const std::string &options)
     if (mount == mounts.end())
         mount = InstrumentState::findLast(&mounts, 1, mounted);
     if (mount == mounts.end())
-        return refuse(mounted + ": mount point does not exist.", mountFailure);
+        return fail(mounted + ": mount point does not exist.", mountFailure);
     mount->at(2) = options == "remount,rw" ? "rw" : "ro";
     InstrumentState::write(InstrumentState::mounts, mounts);
     return 0;
@@ -57,9 +57,9 @@ int detachLoop(const std::string &device)
     Records loops = InstrumentState::read(InstrumentState::loops);
     const auto loop = InstrumentState::findLast(&loops, 0, device);
     if (loop == loops.end())
-        return refuse(device + ": detach failed: No such device or address", 1);
+        return fail(device + ": detach failed: No such device or address", 1);
     if (isMounted(device) && !InstrumentState::read(InstrumentState::plan, "old-kernel").empty())
-        return refuse(device + ": detach failed: Device or resource busy", 1);
+        return fail(device + ": detach failed: Device or resource busy", 1);
     loop->at(3) = "autoclear";
     InstrumentState::write(InstrumentState::loops, loops);
     if (!isMounted(device))
@@ -70,9 +70,9 @@ int detachLoop(const std::string &device)
 int attachLoop(const std::string &device, const std::string &offset, const std::string &file)
 {
     if (!fs::exists(file))
-        return refuse(file + ": failed to set up loop device: No such file or directory", 1);
+        return fail(file + ": failed to set up loop device: No such file or directory", 1);
     if (!InstrumentState::read(InstrumentState::loops, device).empty())
-        return refuse(device + ": failed to set up loop device: Device or resource busy", 1);
+        return fail(device + ": failed to set up loop device: Device or resource busy", 1);
     InstrumentState::append(InstrumentState::loops, {device, offset, file, "attached"});
     return 0;
 }
@@ -93,7 +93,7 @@ int simulator::runMount(const Call &call)
     const auto options = call.options.find('o');
     const bool remounts = options != call.options.end() && options->second.rfind("remount", 0) == 0;
     if (call.operands.size() != (remounts ? 1 : 2))
-        return refuse("bad usage", 1);
+        return fail("bad usage", 1);
     if (remounts)
         return remount(call.operands[0], options->second);
 
@@ -101,12 +101,11 @@ int simulator::runMount(const Call &call)
     const std::string &target = call.operands[1];
     const fs::path fileSystem = InstrumentState::fileSystemOn(source);
     if (!fs::is_directory(target))
-        return refuse(target + ": mount point does not exist.", mountFailure);
+        return fail(target + ": mount point does not exist.", mountFailure);
     if (fileSystem.empty())
-        return refuse(target + ": special device " + source + " does not exist, or holds no file system.",
-                      mountFailure);
+        return fail(target + ": special device " + source + " does not exist, or holds no file system.", mountFailure);
     if (isMounted(source))
-        return refuse(target + ": " + source + " already mounted or mount point busy.", mountFailure);
+        return fail(target + ": " + source + " already mounted or mount point busy.", mountFailure);
 
     fs::create_directories(InstrumentState::covered);
     fs::rename(target, coveredBy(InstrumentState::read(InstrumentState::mounts).size()));
@@ -121,7 +120,7 @@ int simulator::runUmount(const Call &call)
     Records mounts = InstrumentState::read(InstrumentState::mounts);
     const auto mount = InstrumentState::findLast(&mounts, 1, target);
     if (mount == mounts.end())
-        return refuse(target + ": not mounted.", mountFailure);
+        return fail(target + ": not mounted.", mountFailure);
     if (target == "/") // stays, but can no longer be written
         return remount(target, "remount,ro");
     const std::string source = mount->at(0);
@@ -139,7 +138,7 @@ int simulator::runLosetup(const Call &call)
         return detachLoop(call.operands[0]);
     if (call.options.count('o') && call.operands.size() == 2)
         return attachLoop(call.operands[0], call.options.at('o'), call.operands[1]);
-    return refuse("bad usage", 1);
+    return fail("bad usage", 1);
 }
 
 int simulator::runModprobe(const Call &call)
@@ -147,11 +146,11 @@ int simulator::runModprobe(const Call &call)
     const std::string &name = call.operands[0];
     const std::string parameter = call.operands.size() > 1 ? call.operands[1] : std::string();
     if (name != deviceController && name != massStorage)
-        return refuse("FATAL: Module " + name + " not found.", 1);
+        return fail("FATAL: Module " + name + " not found.", 1);
     if (isLoaded(name))
         return 0;
     if (name == massStorage && (!isLoaded(deviceController) || !storageExists(parameter)))
-        return refuse("ERROR: could not insert '" + name + "': No such device or file", 1);
+        return fail("ERROR: could not insert '" + name + "': No such device or file", 1);
     InstrumentState::append(InstrumentState::modules, {name, parameter});
     return 0;
 }
@@ -161,7 +160,7 @@ int simulator::runRmmod(const Call &call)
     Records modules = InstrumentState::read(InstrumentState::modules);
     const auto module = InstrumentState::findLast(&modules, 0, call.operands[0]);
     if (module == modules.end())
-        return refuse("ERROR: Module " + call.operands[0] + " is not currently loaded", 1);
+        return fail("ERROR: Module " + call.operands[0] + " is not currently loaded", 1);
     modules.erase(module);
     InstrumentState::write(InstrumentState::modules, modules);
     return 0;

@@ -14,11 +14,11 @@ struct Call
     std::vector<std::string> operands;
 };
 
-/// Prints the message behind the tool's name to standard error and returns `exitCode`.
-int refuse(const std::string &message, int exitCode);
+/// Prints the message after the name of the tool to standard error and returns `exitCode`.
+int fail(const std::string &message, int exitCode);
 
 // The stand-ins for the instrument's system tools return the exit code that the real tool would give. They change the
-// state of the virtual instrument only, and refuse what the real tools refuse.
+// state of the virtual instrument only, and reject what the real tools reject.
 int runMount(const Call &call);
 int runUmount(const Call &call);
 int runLosetup(const Call &call);

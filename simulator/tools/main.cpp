@@ -48,7 +48,7 @@ int run(const Tool &tool, int argc, char **argv)
     call.operands.assign(argv + optind, argv + argc);
     if (call.options.count('?') || call.operands.size() < tool.leastOperands ||
         call.operands.size() > tool.mostOperands)
-        return refuse("bad usage", tool.usageError);
+        return fail("bad usage", tool.usageError);
     return tool.run(call);
 }
 
@@ -58,7 +58,7 @@ int runRealTool(char **argv)
     const std::string program = realFolder + program_invocation_short_name;
     pid_t child = 0;
     if (posix_spawn(&child, program.c_str(), nullptr, nullptr, argv, environ) != 0)
-        return refuse("there is no such tool on the instrument", cannotBeStarted);
+        return fail("there is no such tool on the instrument", cannotBeStarted);
     int status = 0;
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : cannotBeStarted;
@@ -78,7 +78,7 @@ int runAsPlanned(const std::string &line, int argc, char **argv)
 {
     for (const InstrumentState::Record &fault : InstrumentState::read(InstrumentState::plan, "tool")) {
         if (line.rfind(fault.at(1), 0) == 0)
-            return refuse("fails by plan", std::stoi(fault.at(0)));
+            return fail("fails by plan", std::stoi(fault.at(0)));
     }
     const auto standIn = standIns.find(program_invocation_short_name);
     return standIn == standIns.end() ? runRealTool(argv) : run(standIn->second, argc, argv);
@@ -86,7 +86,7 @@ int runAsPlanned(const std::string &line, int argc, char **argv)
 
 } // namespace
 
-int simulator::refuse(const std::string &message, int exitCode)
+int simulator::fail(const std::string &message, int exitCode)
 {
     std::cerr << program_invocation_short_name << ": " << message << std::endl;
     return exitCode;

@@ -8,8 +8,9 @@
 
 namespace simulator {
 
-/// The two ESA boards behind the serial port /dev/ttyAPP1. A byte belongs to the board that the select pin selects
-/// when its time on the wire ends. The select pin must not move after bytes were sent before the port was drained.
+/// The two ESA boards at the other end of the serial port /dev/ttyAPP1. A byte belongs to the board that the select pin
+/// selects when its time on the wire ends. The select pin must not move after bytes were sent before the port was
+/// drained.
 ///
 /// Its moments: "esa io boot loader", "esa io erase" (it has begun), "esa io block", "esa io end", and the same with
 /// "esa measurement".

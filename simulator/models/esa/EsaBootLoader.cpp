@@ -157,10 +157,10 @@ void EsaBootLoader::takePacket(const QByteArray &packet)
     const int block = m_StoredSize / dataSize;
     if (!isSound(packet, block)) {
         report(QString("unsound packet where block %1 is due").arg(block));
-        return refuse();
+        return reject();
     }
-    if (index == faults.refusedBlock)
-        return refuse();
+    if (index == faults.rejectedBlock)
+        return reject();
     if (index == faults.cancelledBlock)
         return cancel();
     if (m_StoredSize == m_Memory->bytes.size()) {
@@ -179,8 +179,8 @@ void EsaBootLoader::takePacket(const QByteArray &packet)
 
 void EsaBootLoader::takeEnd()
 {
-    if (faults.refusedEnd)
-        return refuse();
+    if (faults.rejectedEnd)
+        return reject();
     m_Memory->image = m_Memory->bytes.bytes().left(m_StoredSize);
     if (m_Memory == &m_Application)
         m_Complete[0] = m_StoredSize > 0;
@@ -202,7 +202,7 @@ void EsaBootLoader::reply(char byte)
 }
 
 /// Waits for the same block, or the end, again, for ever.
-void EsaBootLoader::refuse()
+void EsaBootLoader::reject()
 {
     m_State = State::NextBlock;
     m_OutOfStep = true;

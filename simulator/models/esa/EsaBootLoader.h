@@ -28,11 +28,11 @@ public:
     /// negative.
     struct Faults
     {
-        int refusedBlock = -1;           ///< answered with NAK although it is sound
+        int rejectedBlock = -1;          ///< answered with NAK although it is sound
         int unansweredBlock = -1;        ///< stored, but the reply is lost
         int cancelledBlock = -1;         ///< answered with CAN, which ends the transfer
         int garbageBlock = -1;           ///< its reply is followed by a byte that means nothing
-        bool refusedEnd = false;         ///< the end of the transfer is answered with NAK
+        bool rejectedEnd = false;        ///< the end of the transfer is answered with NAK
         bool silentAfterCommand = false; ///< never asks for a transfer
         bool asksOnAfterTheEnd = false;  ///< keeps asking when the transfer has ended
         QByteArray garbageAfterCommand;  ///< comes before the board asks for the first block
@@ -78,7 +78,7 @@ private:
     void takeEnd();
     void waitIn(State state, int milliseconds);
     void reply(char byte);
-    void refuse();
+    void reject();
     void cancel();
     void reach(const char *what);
     void report(const QString &text);

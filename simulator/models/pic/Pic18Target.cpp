@@ -167,7 +167,7 @@ void Pic18Target::completeOperand()
         m_Core.tableWrite(command & modeBits, operand);
 }
 
-// The write lasts as long as the fourth clock of the NOP behind it is high.
+// The write lasts as long as the fourth clock of the NOP after it is high.
 void Pic18Target::endHeldClock()
 {
     if (m_Shift != coreInstruction)
