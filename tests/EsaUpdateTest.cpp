@@ -124,8 +124,7 @@ void EsaUpdateTest::init()
 {
     QSettings().setValue("AvrEnable", true);
     QSettings().setValue("PicEnable", true);
-    VirtualBoards::install(
-        {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
+    VirtualBoards::install();
     m_Instrument = std::make_unique<Instrument>();
     m_Boards = std::make_unique<EsaBoards>(nullptr);
     m_Boards->times = {0, 0, 1000};
@@ -144,11 +143,8 @@ void EsaUpdateTest::cleanup()
 /// Executes the command file from the SD card; true when all its lines succeeded.
 bool EsaUpdateTest::update(const QByteArray &commandFile, const Files &files)
 {
-    m_Instrument->makePackage(m_Instrument->insertMedium("mmcblk0p4") + "/firmware_update.tar.bz2", commandFile, files);
-    if (!m_Panel->showsMainScreen())
-        m_Panel->press(Qt::Key_F1);
-    m_Panel->press(Qt::Key_F3);
-    m_Panel->press(Qt::Key_F1);
+    m_Instrument->insertPackage("mmcblk0p4", commandFile, files);
+    m_Panel->updateFromCard();
     return m_Panel->lastMessage().startsWith("green: ");
 }
 

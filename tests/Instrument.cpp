@@ -42,8 +42,8 @@ QString Instrument::insertMedium(const QString &device) const
 }
 
 // The real tar: this call is the test's and not the instrument's.
-void Instrument::makePackage(const QString &fileName, const QByteArray &commandFile, const Files &files,
-                             const QString &topFolder) const
+QString Instrument::insertPackage(const QString &device, const QByteArray &commandFile, const Files &files,
+                                  const QString &topFolder) const
 {
     const QTemporaryDir folder;
     const QDir package(folder.filePath(topFolder));
@@ -54,15 +54,11 @@ void Instrument::makePackage(const QString &fileName, const QByteArray &commandF
         if (content.startsWith("#!"))
             QFile::setPermissions(path, QFile::permissions(path) | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
     }
-    QCOMPARE(QProcess::execute("/usr/bin/tar", {"cjf", fileName, "-C", folder.path(), topFolder}), 0);
-}
-
-QString Instrument::insertPackage(const QString &device, const QByteArray &commandFile, const Files &files,
-                                  const QString &topFolder) const
-{
-    QString folder = insertMedium(device);
-    makePackage(folder + "/firmware_update.tar.bz2", commandFile, files, topFolder);
-    return folder;
+    QString medium = insertMedium(device);
+    if (QProcess::execute("/usr/bin/tar",
+                          {"cjf", medium + "/firmware_update.tar.bz2", "-C", folder.path(), topFolder}) != 0)
+        QTest::qFail("the package cannot be made", __FILE__, __LINE__);
+    return medium;
 }
 
 void Instrument::failTools(const QStringList &commandLines) const

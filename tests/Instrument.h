@@ -22,12 +22,8 @@ public:
     /// folder.
     QString insertMedium(const QString &device) const;
 
-    /// Makes a package with `commandFile` as its update_config, and `files` (executable when the content begins with
-    /// "#!"), by tar and bzip2. `topFolder` is the folder in the archive.
-    void makePackage(const QString &fileName, const QByteArray &commandFile, const Files &files = {},
-                     const QString &topFolder = "firmware_update") const;
-
-    /// Makes a package on the medium on `device`; returns the medium's folder.
+    /// The same with a package on the medium, firmware_update.tar.bz2: `commandFile` as its update_config, and `files`
+    /// (executable when the content begins with "#!"). `topFolder` is the folder in the archive.
     QString insertPackage(const QString &device, const QByteArray &commandFile, const Files &files = {},
                           const QString &topFolder = "firmware_update") const;
 

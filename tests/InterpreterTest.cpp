@@ -57,10 +57,8 @@ void InterpreterTest::recordEvents()
 void InterpreterTest::update(const QByteArray &commandFile, const Files &files, bool succeeds)
 {
     m_Instrument->insertPackage("mmcblk0p4", commandFile, files);
-    if (!m_Panel->showsMainScreen())
-        m_Panel->press(Qt::Key_F1);
     m_Events.clear();
-    m_Panel->press({Qt::Key_F3, Qt::Key_F1});
+    m_Panel->updateFromCard();
     QCOMPARE(m_Events.takeLast(),
              QString(succeeds ? "green: Update complete, restart the system or press F1 to return to the main screen"
                               : "red: Some of the updates failed, press F1 to return to the main screen"));

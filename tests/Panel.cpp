@@ -33,6 +33,13 @@ void Panel::press(const QList<Qt::Key> &keys)
         press(key);
 }
 
+void Panel::updateFromCard()
+{
+    if (!showsMainScreen())
+        press(Qt::Key_F1);
+    press({Qt::Key_F3, Qt::Key_F1});
+}
+
 QStringList Panel::messages() const
 {
     QStringList lines;

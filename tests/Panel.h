@@ -18,6 +18,8 @@ public:
     /// Presses a function key and waits until what it started is over.
     void press(Qt::Key key);
     void press(const QList<Qt::Key> &keys);
+    /// Executes the package on the SD card, after an earlier update, too.
+    void updateFromCard();
 
     /// The lines of the message window, red, green and orange ones after their colour ("red: Failed - ...").
     QStringList messages() const;

@@ -63,8 +63,7 @@ private slots:
 // memory than is written.
 void PicHexTest::assembledFileIsProgrammedExactly()
 {
-    for (const Pic18Device *const device :
-         {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685}) {
+    for (const Pic18Device *const device : VirtualBoards::deliveredDevices) {
         const RowName row{device->name};
         const QString processor = QString(device->name).mid(3).toLower();
         const QString source = SAMPLE_FOLDER "/pic.asm";

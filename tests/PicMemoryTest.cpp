@@ -42,11 +42,9 @@ private slots:
 
 void PicMemoryTest::erasePhaseReportsItsPercentages()
 {
-    const Pic18Device *const devices[] = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682,
-                                          &Pic18Device::pic18f4685};
     for (const int picNumber : {1, 2, 3, 4}) {
         const RowName row{QString("PIC %1").arg(picNumber)};
-        PicFixture fixture(picNumber, *devices[picNumber - 1]);
+        PicFixture fixture(picNumber, *VirtualBoards::deliveredDevices.at(static_cast<size_t>(picNumber - 1)));
         Pic18Memory &memory = fixture.memory();
         Pic18Memory &other = fixture.boards().pic(picNumber % 4 + 1).memory();
         const QByteArray program = pattern(memory.programMemory().size());

@@ -102,8 +102,7 @@ private:
 void PicUpdateTest::switchOn(bool picEnabled)
 {
     QSettings().setValue("PicEnable", picEnabled);
-    VirtualBoards::install(
-        {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680, &Pic18Device::pic18f4682, &Pic18Device::pic18f4685});
+    VirtualBoards::install();
     m_Panel.reset();
     m_Instrument = std::make_unique<Instrument>();
     m_Panel = std::make_unique<Panel>();
@@ -112,9 +111,8 @@ void PicUpdateTest::switchOn(bool picEnabled)
 /// The messages of the lines of `commandFile`.
 QStringList PicUpdateTest::update(const QByteArray &commandFile, const Files &files)
 {
-    m_Instrument->makePackage(m_Instrument->insertMedium("mmcblk0p4") + "/firmware_update.tar.bz2", commandFile, files);
-    m_Panel->press(Qt::Key_F3);
-    m_Panel->press(Qt::Key_F1);
+    m_Instrument->insertPackage("mmcblk0p4", commandFile, files);
+    m_Panel->updateFromCard();
     const QStringList shown = m_Panel->messages();
     const int first = shown.indexOf("Extracting update") + 1;
     return shown.mid(first, shown.indexOf("Finalising update, please wait") - first);

@@ -19,6 +19,9 @@ std::unique_ptr<VirtualBoards> installedBoards;
 
 } // namespace
 
+const VirtualBoards::Devices VirtualBoards::deliveredDevices = {&Pic18Device::pic18f4620, &Pic18Device::pic18f4680,
+                                                                &Pic18Device::pic18f4682, &Pic18Device::pic18f4685};
+
 VirtualBoards::VirtualBoards(const Devices &devices)
 {
     for (size_t pic = 0; pic < m_Pics.size(); ++pic)
@@ -27,10 +30,7 @@ VirtualBoards::VirtualBoards(const Devices &devices)
 
 VirtualBoards &VirtualBoards::installed()
 {
-    using Device = Pic18Device;
-    return installedBoards
-               ? *installedBoards
-               : install({&Device::pic18f4620, &Device::pic18f4680, &Device::pic18f4682, &Device::pic18f4685});
+    return installedBoards ? *installedBoards : install();
 }
 
 VirtualBoards &VirtualBoards::install(const Devices &devices)

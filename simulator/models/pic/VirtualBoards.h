@@ -18,13 +18,14 @@ public:
     /// Leads to the ESA boards, and to the MCLR of PIC 1.
     static constexpr PinBlock::Pin selectPin = {4, 10};
     using Devices = std::array<const Pic18Device *, picCount>;
+    static const Devices deliveredDevices; ///< one PIC of each kind
 
     explicit VirtualBoards(const Devices &devices);
 
-    /// The boards that the updater's pins lead to: one PIC of each kind, unless others were installed.
+    /// The boards that the updater's pins lead to: the delivered ones, unless others were installed.
     static VirtualBoards &installed();
     /// Replaces them by new ones, switched on and erased.
-    static VirtualBoards &install(const Devices &devices);
+    static VirtualBoards &install(const Devices &devices = deliveredDevices);
     /// Keeps the memories of the PICs in files of `folder`, and goes on with what these hold.
     void keepIn(const QString &folder);
 
