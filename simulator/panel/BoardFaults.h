@@ -13,7 +13,7 @@ class EsaBoards;
 ///   esa io|measurement unanswered BLOCK   the reply to the block is lost
 ///   esa io|measurement cancelled BLOCK    the block is answered with CAN, which ends the transfer
 ///   esa io|measurement garbage BLOCK      the reply to the block is followed by a byte that means nothing
-///   esa io|measurement rejected-end        the end of the transfer is answered with NAK
+///   esa io|measurement rejected-end       the end of the transfer is answered with NAK
 ///   esa io|measurement silent             the board never asks for an image
 void injectBoardFaults(EsaBoards *esaBoards);
 

@@ -38,7 +38,7 @@ void record(const char *kind, const QString &text)
 
 } // namespace
 
-// The simulator is the program itself with somebody in front of it, who arrives when the application object is built.
+// The simulator is the program itself and an operator, made when the application object is built.
 Q_COREAPP_STARTUP_FUNCTION(startOperator)
 
 Operator::Operator(QObject *parent) : QObject(parent), m_EsaBoards(nullptr)

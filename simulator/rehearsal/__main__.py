@@ -36,9 +36,9 @@ def parse_arguments():
     commands = parser.add_subparsers(dest="command", required=True)
     verdict = "Exit status: 0 good (there may be remarks), 1 FAILED, 2 usage error."
 
-    rehearse = commands.add_parser("rehearse", prog="scripts/rehearse", epilog=verdict, description="""Executes a package on the virtual
-        instrument without a display and prints what it did, line by line, and what reading the package shows: mistakes,
-        and remarks on what its author may not know.""")
+    rehearse = commands.add_parser("rehearse", prog="scripts/rehearse", epilog=verdict, description="""Executes a package
+        on the virtual instrument without a display and prints what it did, line by line, and what reading the package
+        shows: mistakes, and remarks on what its author may not know.""")
     rehearse.add_argument("package", type=running.existing_package)
     running.add_arguments(rehearse)
     rehearse.add_argument("--faults", type=matching("[0-9]{1,9}", "a number of up to 9 digits"), metavar="SEED", help="""a
@@ -50,8 +50,8 @@ def parse_arguments():
     rehearse.add_argument("--report", type=report_file, metavar="FILE.html|FILE.json", action="append", default=[],
                           help="writes the report for a browser or for a program, too; may be given twice")
 
-    demo = commands.add_parser("demo", prog="scripts/demo", epilog=verdict, description="""The updater's main job: an update on the virtual
-        instrument, what it changed, and the panel's pictures.""")
+    demo = commands.add_parser("demo", prog="scripts/demo", epilog=verdict, description="""The updater's main job: an
+        update on the virtual instrument, what it changed, and the panel's pictures.""")
     demo.add_argument("--package", type=running.existing_package, help="your own update package in place of the sample")
     running.add_arguments(demo, boards=False)
     attended = demo.add_mutually_exclusive_group()

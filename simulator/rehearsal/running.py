@@ -4,7 +4,6 @@ import argparse
 import os
 import pathlib
 import random
-import re
 import shutil
 import subprocess
 import sys
@@ -26,7 +25,7 @@ def fail(text):
 def add_arguments(parser, boards=True):
     parser.add_argument("--build", type=pathlib.Path, metavar="FOLDER", default=PROJECT / "build/release",
                         help="the project's build folder (default: build/release)")
-    name = re.split("[ /]", parser.prog)[-1]
+    name = parser.prog.replace("/", " ").split()[-1]
     parser.add_argument("--output", type=pathlib.Path, metavar="FOLDER", default=PROJECT / "build" / name,
                         help=f"where the virtual instrument and the pictures go (default: build/{name})")
     parser.add_argument("--source", choices=["sd", "stick", "pc"], default="sd",
