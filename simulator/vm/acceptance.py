@@ -126,9 +126,9 @@ class Instrument(Guest):
             self.check(what, status == 0, output)
 
     def install(self):
-        """The package for a board. What it depends on is there as files that dpkg does not know."""
+        """The Debian package. What it depends on is there as files that dpkg does not know."""
         self.switch_on()
-        self.must(f"mount / -o remount,rw && dpkg --install --force-depends {SHARE}/acceptance/board/*.deb"
+        self.must(f"mount / -o remount,rw && dpkg --install --force-depends {SHARE}/acceptance/debian/*.deb"
                   f" && echo 'PRODUCT={PRODUCT} FLAGS=\"--pic-enable --avr-enable\"' >>/etc/default/updater"
                   " && mount / -o remount,ro")
 
@@ -431,8 +431,8 @@ def updates(source, compare=True):
         for package in ("nand", "sdcard")}
 
 
-# The instruments, each with the scenarios that are executed on it one after the other.
-INSTRUMENTS = {
+# Each group has a guest of its own, which executes its scenarios one after the other.
+GROUPS = {
     "card": updates("sd"),
     "stick": updates("stick", compare=False) | updates("partitioned stick"),
     "pc": updates("pc"),
@@ -485,11 +485,11 @@ def make_packages():
         shutil.make_archive(PACKAGES / f"{package}_firmware_update", "bztar", PACKAGES, folder.name)
 
 
-def run_instrument(name):
-    """Executes every scenario of one instrument; returns whether each check passed."""
+def run_group(name):
+    """Executes every scenario of a group; returns whether each check passed."""
     it = Instrument(name)
     try:
-        return [passed for title, scenario in ({f"instrument {name}": Instrument.install} | INSTRUMENTS[name]).items()
+        return [passed for title, scenario in ({f"instrument {name}": Instrument.install} | GROUPS[name]).items()
                 for passed in run_scenario(it, title, scenario)]
     finally:
         it.cut_power()
@@ -509,15 +509,15 @@ def run_scenario(it, title, scenario):
 
 def main():
     start = time.monotonic()
-    names = sys.argv[1:] or list(INSTRUMENTS)
-    if not set(names) <= set(INSTRUMENTS):
-        sys.exit(f"usage: acceptance.py [{'|'.join(INSTRUMENTS)}]...")
+    names = sys.argv[1:] or list(GROUPS)
+    if not set(names) <= set(GROUPS):
+        sys.exit(f"usage: acceptance.py [{'|'.join(GROUPS)}]...")
     for folder in OUTPUT / "run", OUTPUT / "simulator", PICTURES, PACKAGES:
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir()
     make_packages()
     with concurrent.futures.ThreadPoolExecutor(3) as pool:
-        passed = [passed for part in pool.map(run_instrument, names) for passed in part]
+        passed = [passed for part in pool.map(run_group, names) for passed in part]
     print(f"{len(passed)} checks, {passed.count(False)} failed, {time.monotonic() - start:.0f} s; pictures: {PICTURES}")
     return 0 if all(passed) else 1
 
