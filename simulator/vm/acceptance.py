@@ -254,13 +254,12 @@ exec strace -o /run/stopped -e trace={call} -e inject={call}:signal=STOP:when={c
                        f"{different} pixels differ from {file}")
 
 
-def virtual_instrument(source, package, update=True):
+def virtual_instrument(source, package):
     """The folder of a new one in the simulator, after an update."""
     options = argparse.Namespace(build=BUILD / "release", source=source, pic_enable=True, avr_enable=True)
     updates = running.Updates(options, PACKAGES / f"{package}_firmware_update.tar.bz2")
-    instrument = updates.new_instrument(OUTPUT / "simulator" / f"{source}-{package}-{update}", "sdcard")
-    if update:
-        updates.update(instrument.parent)
+    instrument = updates.new_instrument(OUTPUT / "simulator" / f"{source}-{package}", "sdcard")
+    updates.update(instrument.parent)
     return instrument
 
 
@@ -299,17 +298,11 @@ def boards(it):
 
 
 def tools(it):
-    """The same calls of the system tools, valid and invalid ones, in the guest and in the simulator."""
+    """The calls of the system tools, valid and invalid ones, that the suite makes of the stand-in tools."""
     it.deliver("pc", None, f"mkdir -p /run/instrument && cp {PAYLOAD}/rootfs.ubi /run/instrument")
-    instrument = virtual_instrument("pc", "nand", update=False)
-    shutil.copy(PACKAGES / "files/rootfs.ubi", instrument / "run/instrument")
-    simulated = subprocess.run([running.SIMULATOR / "sandbox", instrument, f"/run/host{PACKAGES}/tool-calls"],
-                               check=True, capture_output=True, text=True).stdout.splitlines()
-    real = it.must(f"{PACKAGES_IN_GUEST}/tool-calls").splitlines()
-    it.check("as many calls as in the simulator", len(real) == len(simulated))
-    for in_guest, in_simulator in zip(real, simulated):
-        status, call = in_simulator.split(" ", 1)
-        it.check(call, in_guest == in_simulator, f"{in_guest.split()[0]}; simulator: {status}")
+    for line in it.must(f"{PACKAGES_IN_GUEST}/calls || [ $? -eq 1 ]").splitlines():
+        expected, status, call = line.split(" ", 2)
+        it.check(call, status == expected, f"{status}; simulator: {expected}")
 
 
 def stick_pulled(it):
@@ -475,7 +468,7 @@ def make_packages():
     shutil.unpack_archive(PACKAGES / "sample.tar.bz2", PACKAGES)
     folder = PACKAGES / "firmware_update"
     shutil.copytree(folder, PACKAGES / "files")
-    shutil.copy(running.SIMULATOR / "vm/tool-calls", PACKAGES)
+    shutil.copy(running.SIMULATOR / "tools/calls", PACKAGES)
     ballast = random.Random(1).randbytes(4 << 20)  # cannot be compressed: takes its time
     (PACKAGES / "ballast").write_bytes(ballast)
     for package, commands in UPDATE_CONFIGS.items():
