@@ -89,7 +89,6 @@ private slots:
     void initTestCase();
     void init();
     void cleanup();
-    void imagesOfAllSizesArrive_data();
     void imagesOfAllSizesArrive();
     void eachKeywordReachesItsBoardAndMemory();
     void boardIsEnteredOnlyOnceInARun();
@@ -103,7 +102,6 @@ private slots:
     void boardThatKeepsAskingStartsNothing();
     void imageThatCannotBeReadFails();
     void byteOfTheOtherBoardStartsNothing();
-    void picAndEsaLinesOfOnePackage_data();
     void picAndEsaLinesOfOnePackage();
 
 private:
@@ -154,20 +152,16 @@ QTimer *EsaUpdateTest::replyTimer() const
     return screen->findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
 }
 
-void EsaUpdateTest::imagesOfAllSizesArrive_data()
-{
-    QTest::addColumn<int>("size");
-    for (const int size : {0, 1, 128, 129, 256, 128 * 300 + 5})
-        addRow(QByteArray::number(size).constData(), size);
-}
-
 void EsaUpdateTest::imagesOfAllSizesArrive()
 {
-    QFETCH(int, size);
-    QVERIFY(update("ESA_IO_APP:/image\n", {{"image", image(size)}}));
-    QCOMPARE(m_Boards->ioBoard().application(), padded(image(size)));
-    QCOMPARE(m_Boards->ioBoard().blockCount(), (size + 127) / 128);
-    QCOMPARE(m_Boards->ioBoard().transferCount(), 1);
+    const EsaBootLoader &board = m_Boards->ioBoard();
+    for (const int size : {0, 1, 128, 129, 256, 128 * 300 + 5}) {
+        const int transfers = board.transferCount();
+        QVERIFY(update("ESA_IO_APP:/image\n", {{"image", image(size)}}));
+        QCOMPARE(board.application(), padded(image(size)));
+        QCOMPARE(board.blockCount(), (size + 127) / 128);
+        QCOMPARE(board.transferCount() - transfers, 1);
+    }
 }
 
 void EsaUpdateTest::eachKeywordReachesItsBoardAndMemory()
@@ -334,40 +328,32 @@ void EsaUpdateTest::byteOfTheOtherBoardStartsNothing()
     QCOMPARE(skipper.skipped, receiverTimeout);
 }
 
-void EsaUpdateTest::picAndEsaLinesOfOnePackage_data()
-{
-    QTest::addColumn<bool>("picEnabled");
-    QTest::addColumn<bool>("avrEnabled");
-    addRow("both", true, true);
-    addRow("PIC only", true, false);
-    addRow("AVR only", false, true);
-    addRow("neither", false, false);
-}
-
 void EsaUpdateTest::picAndEsaLinesOfOnePackage()
 {
-    QFETCH(bool, picEnabled);
-    QFETCH(bool, avrEnabled);
-    QSettings().setValue("PicEnable", picEnabled);
-    QSettings().setValue("AvrEnable", avrEnabled);
-    m_Panel.reset();
-    m_Panel = std::make_unique<Panel>(); // which reads the settings when it starts
     const QByteArray record = hexRecord(0x00, 0, "0123456789abcdef") + hexRecord(0x01, 0, "");
-    const bool all = update("PIC1:/pic.hex\nESA_M_APP:/image\nPIC4:/pic.hex\nESA_IO_APP:/image\n",
-                            {{"pic.hex", record}, {"image", "image"}});
-    QCOMPARE(all, picEnabled && avrEnabled);
-    QCOMPARE(m_Panel->redMessages().count("red: Failed - PIC updates not enabled"), picEnabled ? 0 : 2);
-    QCOMPARE(m_Panel->redMessages().count("red: Failed - AVR updates not enabled"), avrEnabled ? 0 : 2);
-    QCOMPARE(m_Panel->redMessages().filter("Failed - Updating ESA").size(), avrEnabled ? 0 : 2);
-    for (const int picNumber : {1, 4}) {
-        const QByteArray program = VirtualBoards::installed().pic(picNumber).memory().programMemory().bytes();
-        QCOMPARE(program.startsWith("0123456789abcdef"), picEnabled);
-    }
-    // The select pin is a pin of PIC1, too.
-    QCOMPARE(VirtualBoards::installed().pins().isOutput(VirtualBoards::selectPin), picEnabled || avrEnabled);
-    for (EsaBootLoader *board : {&m_Boards->ioBoard(), &m_Boards->measurementBoard()}) {
-        QCOMPARE(board->entryCount(), avrEnabled ? 1 : 0);
-        QCOMPARE(board->application(), avrEnabled ? padded("image") : QByteArray());
+    for (const auto &[picEnabled, avrEnabled] :
+         {qMakePair(false, false), qMakePair(true, false), qMakePair(false, true), qMakePair(true, true)}) {
+        cleanup();
+        init();
+        QSettings().setValue("PicEnable", picEnabled);
+        QSettings().setValue("AvrEnable", avrEnabled);
+        m_Panel.reset();
+        m_Panel = std::make_unique<Panel>(); // which reads the settings when it starts
+        const bool all = update("PIC1:/pic.hex\nESA_M_APP:/image\nPIC4:/pic.hex\nESA_IO_APP:/image\n",
+                                {{"pic.hex", record}, {"image", "image"}});
+        QCOMPARE(all, picEnabled && avrEnabled);
+        QCOMPARE(m_Panel->redMessages().count("red: Failed - PIC updates not enabled"), picEnabled ? 0 : 2);
+        QCOMPARE(m_Panel->redMessages().count("red: Failed - AVR updates not enabled"), avrEnabled ? 0 : 2);
+        QCOMPARE(m_Panel->redMessages().filter("Failed - Updating ESA").size(), avrEnabled ? 0 : 2);
+        VirtualBoards &pics = VirtualBoards::installed();
+        for (const int picNumber : {1, 4})
+            QCOMPARE(pics.pic(picNumber).memory().programMemory().bytes().startsWith("0123456789abcdef"), picEnabled);
+        // The select pin is a pin of PIC1, too.
+        QCOMPARE(pics.pins().isOutput(VirtualBoards::selectPin), picEnabled || avrEnabled);
+        for (EsaBootLoader *board : {&m_Boards->ioBoard(), &m_Boards->measurementBoard()}) {
+            QCOMPARE(board->entryCount(), avrEnabled ? 1 : 0);
+            QCOMPARE(board->application(), avrEnabled ? padded("image") : QByteArray());
+        }
     }
 }
 
