@@ -4,7 +4,7 @@
 
 namespace {
 
-// Positions in a record, in characters: start code, count, load address, type, data, checksum.
+// A record, in characters: start code, count, load address, type, data, checksum.
 const char startCode = ':';
 const int countPosition = 1;
 const int shortestRecord = 11;

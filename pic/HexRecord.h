@@ -6,10 +6,10 @@
 
 /// A line of an Intel HEX file as a value: a record, a comment, or the reason for rejecting the file.
 ///
-/// A line is a record when its characters from the second on form a record of correct length and checksum. Text may
-/// follow a record; a second record or a hexadecimal digit may not. Rejected are every other line that begins with ":",
-/// a record that lost its ":" or has something before it, and NUL bytes: each is a corrupt record, and its bytes would
-/// be missing in the PIC. Every other line is a comment.
+/// A line is a record when its characters from the second on form a record of a known type and the correct length and
+/// checksum. Text may follow a record; a second record or a hexadecimal digit may not. Rejected are every other line
+/// that begins with ":", a record that lost its ":" or has something before it, a line with NUL bytes, and one that is
+/// too long: its bytes would be missing in the PIC. Every other line is a comment.
 struct HexRecord
 {
     enum Kind { Record, Comment, Rejected };

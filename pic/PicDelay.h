@@ -24,11 +24,11 @@ struct PicDelayRow
 
 inline constexpr PicDelayRow picDelays[] = {
     {DELAY_CLOCK, 32},      // each half period of PGC
-    {DELAY_COMMAND, 32},    // after a 4-bit command
+    {DELAY_COMMAND, 32},    // after a 4-bit command, and after each pair of bytes of a row but the last
     {DELAY_OPERAND, 32},    // after an operand byte
     {DELAY_P9, 1000000},    // PGC high while the target programs, or erases a row: the chip's minimum is 1 ms
     {DELAY_P10, 100000},    // PGC low after programming or erasing: the chip's minimum is 100 us
-    {DELAY_P11, 4000000},   // bulk erase: three in a row, more than twice the chip's minimum of 5 ms
+    {DELAY_P11, 4000000},   // bulk erase: three waits of P11 exceed twice the chip's minimum of 5 ms
     {DELAY_ENTRY, 6000000}, // after the release of MCLR
     {DELAY_RESET, 6000000}, // MCLR low before the enable line rises
     {DELAY_SETUP, 1500},    // from the enable line's rise to the release of MCLR
@@ -45,13 +45,14 @@ constexpr unsigned int nanosecondsOf(PIC_DELAY delay)
     return 0;
 }
 
-/// Passes of the waiting loop, of two clock cycles each, that cover `nanoseconds` at `megahertz`.
+/// Passes of the waiting loop, of two clock cycles each, that cover `nanoseconds` at `megahertz`; their product has
+/// 32 bits.
 constexpr unsigned int loopPasses(unsigned int nanoseconds, unsigned int megahertz)
 {
     return (nanoseconds * megahertz + 1999) / 2000;
 }
 
-/// Waits in a loop, at least as long as the table says at any processor frequency. Never sleeps or yields.
+/// Waits in a loop, at least as long as the table says at any frequency of the processor. Never sleeps or yields.
 void waitFor(PIC_DELAY delay);
 
 #endif

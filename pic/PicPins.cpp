@@ -18,7 +18,7 @@ const PicPin &esaSelectPin()
     return *mclrPin(1);
 }
 
-// The latch is high while the pin becomes an output: MCLR falls once, when its driver is on.
+// The latch is high while an input becomes an output: MCLR then falls once, when its driver is on.
 void holdInReset(MemoryMappedPinController *pinController, int picNumber)
 {
     const PicPin *const mclr = mclrPin(picNumber);

@@ -19,9 +19,9 @@ const QEvent::Type PIC_ERASE_EVENT = QEvent::User;
 /// blank-checks it while the event loop runs, after eraseDone() programPic() writes and verifies the file. One
 /// programmer object executes one such run.
 ///
-/// The target never answers a command, so an absent or broken one shows only in the blank check and the verify.
-/// Operations that "enter" start with vEnterIspMode(), whatever the target was doing; the others that talk to the
-/// target need programming mode on entry. Only vRestoreIo() and ev_pic_reset() end it.
+/// The target never answers a command: an absent or faulty one shows only in the blank check, the verify and the wait
+/// for a write of the EEPROM. Operations that "enter" call vEnterIspMode(), whatever the target was doing; the others
+/// that talk to the target need programming mode on entry. Only vRestoreIo() and ev_pic_reset() end it.
 class PicProgrammer : public QObject
 {
     Q_OBJECT
@@ -48,17 +48,17 @@ public:
     /// Reads the whole file. False, and one debug line with the reason, when it cannot be opened, has a line that is
     /// rejected (HexRecord), or holds no byte that would be written.
     static bool bAcceptsFile(const QString &fileName);
-    /// Programs and verifies the whole file before it returns. Stops, with the reason in debug lines, at the first
-    /// record that does not verify, and before the first line that is rejected (HexRecord).
+    /// Enters, programs and verifies the whole file before it returns. Stops, with the reason in debug lines, at the
+    /// first record that does not verify, and before the first line that is rejected (HexRecord).
     void programPic(QString fileName);
-    /// Writes the current record to where its address belongs and verifies it if that is program memory. 0, or 1 when
-    /// the verify fails.
+    /// Enters, writes the current record to where its address belongs and verifies it if that is program memory. 0, or
+    /// 1 when the verify fails.
     unsigned char u8PicWriteRecord();
 
     // PicProgrammerMemory.cpp: the target's memories, in the order in which a run erases, programs and verifies
 
-    /// Enters, erases all code blocks of a 64 KiB device and posts the first blank check to itself. Configuration bytes
-    /// and EEPROM stay.
+    /// Enters, erases the boot block and all code blocks of a 64 KiB device and posts the first blank check to itself.
+    /// Configuration bytes and EEPROM stay.
     void ev_pic_begin_erase();
     /// Blank-checks the next 512 bytes and posts the next check, or ends the erase phase.
     void ev_pic_erase_next_block();
@@ -83,17 +83,17 @@ public:
     /// Enters and reads a byte of data EEPROM.
     unsigned char u8ReadPicEeprom(unsigned short address);
     /// Enters, writes a byte of data EEPROM and waits for the target. False when the target's write-in-progress bit
-    /// is still set after more than 10 ms; a write takes 4 ms at most.
+    /// is still set after more than 10 ms; a write takes about 4 ms.
     bool vWritePicEeprom(unsigned short address, unsigned char value);
-    /// Reads EEPROM bytes 0 to 15 into au8ReadPicData.
+    /// Enters and reads EEPROM bytes 0 to 15 into au8ReadPicData.
     void vReadEepromBlock();
-    /// Reads the whole data EEPROM into au8EepromCopy.
+    /// Enters and reads the whole data EEPROM into au8EepromCopy.
     void vGetEepromCopy();
-    /// Writes au8EepromCopy back. False at the first byte whose write does not end; the bytes after it stay.
+    /// Enters and writes au8EepromCopy back. False at the first byte whose write does not end; the bytes after it stay.
     bool vRestoreEeprom();
     /// Enters and erases 512 bytes of program memory from `address` on, row by row.
     void vEraseProgramMemory(unsigned int address);
-    /// Reads device id and configuration, the first 16 bytes of program memory, and the first 16 of EEPROM, which end
+    /// Enters, reads device id and configuration, 16 bytes of program memory and then 16 of EEPROM, which replace them
     /// in au8ReadPicData. Leaves the target in programming mode.
     void ev_pic_read();
 
@@ -124,7 +124,7 @@ public:
 signals:
     /// A block is blank, and others are still to be checked: 0 to 99 percent of them are done.
     void eraseNextBlock(int percentDone);
-    /// The whole program memory is blank. The PIC is released before the receivers connected later are called.
+    /// Every block is blank. The PIC is released before the receivers connected later are called.
     void eraseDone();
     /// A block is not blank. The PIC is released likewise, and the run is finished when the signal returns.
     void eraseError();

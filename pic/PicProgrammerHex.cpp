@@ -18,7 +18,8 @@ void logRejection(const HexRecord &record, int lineNumber)
     qDebug().nospace() << "hex file rejected at line " << lineNumber << ": " << qPrintable(record.reason);
 }
 
-// The bytes count one more a line than text mode delivers: right for CR LF line ends, too many for LF alone.
+// Text mode delivers CR LF as one character, so each line counts one byte more. With LF alone the sum exceeds the file
+// size.
 int percentOf(qint64 bytesConsumed, qint64 fileSize)
 {
     return bytesConsumed < fileSize ? static_cast<int>(100 * bytesConsumed / fileSize) : 100;

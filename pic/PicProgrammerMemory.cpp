@@ -33,7 +33,7 @@ const unsigned int blankCheckSize = 0x200;
 const int rowsPerErase = 8;
 const unsigned char erasedByte = 0xFF;
 
-// A write of the EEPROM ends within 4 ms. A poll is 80 clocks or 5.12 us at the very least, so this is over 10 ms.
+// A write of the EEPROM takes about 4 ms. A poll is 80 clocks or 5.12 us at the very least, so this is over 10 ms.
 const int eepromPollLimit = 2000;
 
 } // namespace
@@ -65,8 +65,8 @@ void PicProgrammer::ev_pic_erase_next_block()
     }
 }
 
-// The target erases by itself from the end of the second NOP's command on, and must see no data meanwhile. Three P11
-// are more than its 5 ms.
+// The target erases by itself from the end of the second NOP's command on, and must see no data meanwhile. Three waits
+// of P11 exceed twice the chip's minimum.
 void PicProgrammer::vPicBulkErase(unsigned char keyHigh, unsigned char keyLow)
 {
     vSetCoreAddress(eraseKeyHigh);

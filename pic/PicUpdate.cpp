@@ -28,8 +28,9 @@ void holdAllPicsInReset()
 } // namespace
 
 /// Programs PIC 1 to 4 with the HEX file `fileName` of the package. Returns 0 when it is erased, programmed with the
-/// whole file and verified, else -1. The file is judged before the first pin moves: a rejected file changes no
-/// PIC. At the end the PICs stay as they are: an instrument that is only partly updated must not start to move.
+/// whole file and verified, else -1; for any other number always -1. The file is checked before the first pin moves: a
+/// rejected file changes no PIC. At the end the PICs stay as they are: an instrument that is only partly updated must
+/// not start to move.
 int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
 {
     m_UpdateFileName = UpdatePaths::packageDirectory + fileName;
@@ -55,7 +56,7 @@ int UpdaterProgressScreen::updatePic(int picNumber, QString fileName)
     while (!programmer.isFinished())
         QApplication::processEvents(QEventLoop::AllEvents);
     m_PicProgrammer = nullptr;
-    return programmer.isProgrammed() ? 0 : -1;
+    return programmer.isProgrammed() && mclrPin(picNumber) ? 0 : -1;
 }
 
 void UpdaterProgressScreen::picEraseComplete()

@@ -203,6 +203,13 @@ void PicUpdateTest::numberAfterTheWordSaysWhichPic()
         QVERIFY(DebugLines::take().contains("Failed to find hex file: \"" + path + "\""));
         QCOMPARE(boards().now(), 0LL);
     }
+    // No PIC is out of reset, PGD rests high, and every byte seems to be erased.
+    switchOn(true);
+    boards().pic(1).remove(true);
+    const QByteArray configuration = hexRecord(0x04, 0, QByteArray("\x00\x30", 2)) + hexRecord(0x00, 1, "\x06");
+    QCOMPARE(update("PIC5:/pic.hex", {{"pic.hex", configuration}}).mid(3),
+             QStringList({"PIC Erase Complete", "Programming PIC:", "orange: 100%",
+                          "red: Failed - Updating PIC[5] with file /pic.hex"}));
 }
 
 // A line is rejected between a record for 0x0000 and a record for 0x0100.

@@ -37,7 +37,7 @@ public:
 
     void report(const QString &violation) { m_Monitor.violation(m_Name, violation); }
 
-    qint64 eepromWriteTime = 4000000; ///< nanoseconds; the longest that a chip takes
+    qint64 eepromWriteTime = 4000000; ///< nanoseconds
 
 private:
     enum class BulkErase { Idle, KeysLoaded, Ready };

@@ -45,7 +45,7 @@ void Pic18Target::requireSince(qint64 begin, qint64 minimum, const char *what)
 
 std::optional<bool> Pic18Target::dataOut() const
 {
-    return m_Absent && m_Lines.mclr != Mclr::Low ? m_Absent : m_DataOut;
+    return m_Absent ? m_Absent : m_DataOut;
 }
 
 void Pic18Target::drive(const Lines &lines)

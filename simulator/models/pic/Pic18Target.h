@@ -38,7 +38,7 @@ public:
     Pic18Memory &memory() { return m_Memory; }
 
     // Faults.
-    /// There is no chip; while MCLR is high the data line rests at `dataLevel`.
+    /// There is no chip; with a high `dataLevel` PGD rests high, and every read gives ones.
     void remove(bool dataLevel) { m_Absent = dataLevel; }
     /// How long the chip takes for a byte of its EEPROM.
     void setEepromWriteTime(qint64 nanoseconds) { m_Core.eepromWriteTime = nanoseconds; }
