@@ -35,7 +35,7 @@ bool storeProductName(const QString &argument)
 {
     for (const char *productName : productNames) {
         if (argument == QLatin1String(productName)) {
-            // Settings of its own, closed at once, put the name on the disk now.
+            // A settings object of its own writes the name to the file at once, when it is destroyed.
             QSettings().setValue(QLatin1String("ProductName"), argument);
             return true;
         }

@@ -4,8 +4,9 @@
 #include <QSettings>
 #include <QStringList>
 
-/// Stores what the command line says in the settings, so that it also holds for later starts. `arguments` begins with
-/// the program name. Each argument is written to the debug output; one that is not known is named there and ignored.
+/// Stores the options of the command line in the settings, so that they also hold for later starts. `arguments` begins
+/// with the program name. Each argument is written to the debug output; one that is not known is named there and
+/// ignored.
 void applyCommandLine(const QStringList &arguments, QSettings *settings);
 
 #endif

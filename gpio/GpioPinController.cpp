@@ -18,7 +18,7 @@ bool isUsable(int file)
     return file > 0;
 }
 
-// The driver of a line needs the whole text in one write. Reading the value back shows whether it was accepted.
+// The driver of a line needs the whole text in one write.
 bool writeText(int file, const QString &text)
 {
     if (!isUsable(file))

@@ -5,8 +5,7 @@
 #include <QString>
 
 /// One GPIO line through /sys/class/gpio. Its files stay open for the life of the object, so that a change of level
-/// costs one system call. A result of true means that the file was open, not that the driver
-/// accepted the text.
+/// costs one system call. A result of true means that the file was open, not that the driver accepted the text.
 class GpioPinController : public QObject
 {
     Q_OBJECT

@@ -9,7 +9,7 @@
 UpdaterMainScreen::UpdaterMainScreen(QWidget *parent, Qt::WindowFlags flags) : QWidget(parent, flags)
 {
     ui.setupUi(this);
-    setAttribute(Qt::WA_StyledBackground); // a subclass paints the background of its style sheet only on demand
+    setAttribute(Qt::WA_StyledBackground); // a subclass paints the background of its style sheet only with it
 
     connect(ui.F1Button, SIGNAL(clicked()), this, SLOT(F1Clicked()));
     connect(ui.F2Button, SIGNAL(clicked()), this, SLOT(F2Clicked()));

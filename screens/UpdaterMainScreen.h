@@ -19,7 +19,7 @@ public:
 signals:
     /// Asks for the screen at `newIndex` (ScreenIndex) to be shown.
     void requestChangeScreen(int newIndex);
-    /// Says which source (UpdateType) the operator chose; always sent before the change of screen.
+    /// The source (UpdateType) that the operator chose; always sent before the change of screen.
     void setUpdateType(int updateType);
 
 protected slots:

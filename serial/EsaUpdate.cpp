@@ -95,8 +95,8 @@ void UpdaterProgressScreen::enterBootLoaderOnce(ESA_BOARD_ID board)
     entered = true;
 }
 
-/// The transfer itself happens in the slots below, as the board's replies arrive. The loop does not sleep between them:
-/// waking up would take as long as two bytes on the line for every block. A silence of the board ends with the timer.
+/// The transfer itself happens in the slots below, as the board's replies arrive. The loop does not sleep between them,
+/// because waking up would lengthen each block. A silence of the board ends with the timer.
 void UpdaterProgressScreen::waitForEndOfEsaUpdate()
 {
     m_EsaReplyTimer.start(receiverTimeoutMs);

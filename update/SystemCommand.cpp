@@ -5,7 +5,7 @@
 
 int runSystemCommand(const QString &commandLine)
 {
-    // The results of the process facility's own execute(), which cannot give the program another input.
+    // The same results as those of QProcess::execute(), which cannot replace the standard input.
     const int cannotBeStarted = -2;
     const int crashed = -1;
     QStringList arguments = commandLine.split(QLatin1Char(' '));

@@ -18,7 +18,7 @@ struct Keyword
     ESA_UPDATE_TYPE esaUpdateType = ESA_APPLICATION;
 };
 
-// The first row that fits counts. The words of the boards' lines count wherever they stand in the keyword.
+// The first row that fits counts. A keyword that contains the word of a board line is a line for that board.
 const Keyword keywords[] = {
     {"SYSTEM", Whole, UpdateLine::System, nullptr, nullptr},
     {"APP", Whole, UpdateLine::App, QT_TRANSLATE_NOOP("UpdaterProgressScreen", "Updating Application with file: %1"),

@@ -69,8 +69,8 @@ void UpdaterProgressScreen::performUpdate()
     ui.progressMessageWindow->setFocus();
 }
 
-/// The run cannot begin. The medium stays mounted until the next F1; the loop device is detached, or the next
-/// update could not attach it again.
+/// The run cannot begin. The medium stays mounted until the next F1; the loop device is detached, because a restarted
+/// program would not know of it and could not attach it again.
 void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
 {
     ui.F1Button->setEnabled(true);
@@ -80,7 +80,8 @@ void UpdaterProgressScreen::abandonUpdate(const QString &failureText)
     m_UpdateState = StateFinished;
 }
 
-/// The storage that a PC wrote to belongs to the instrument and is emptied; the operator's own medium is only released.
+/// After an update from a PC the files at the top of the storage and in the package's folder are deleted; any other
+/// medium belongs to the operator and is only released.
 void UpdaterProgressScreen::cleanUpMedium()
 {
     if (m_UpdateType == UpdateViaPc) {

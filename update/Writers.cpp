@@ -29,7 +29,8 @@ int UpdaterProgressScreen::updateNANDKernel(QString fileName)
     return runInOrder({"flash_eraseall /dev/mtd0", "nandwrite /dev/mtd0 /tmp/firmware_update%1 -p"}, fileName);
 }
 
-// Tool and image go to /tmp first: once the partition is erased, the root file system can no longer provide them.
+// The tool goes to /tmp first: once the partition is erased, the root file system can no longer provide it. The image
+// goes beside it.
 int UpdaterProgressScreen::updateUbiImage(QString fileName)
 {
     return runInOrder({"cp /usr/bin/ubiformat /tmp", "cp /tmp/firmware_update%1 /tmp", "flash_eraseall /dev/mtd1",
