@@ -93,8 +93,8 @@ void EsaBoardsTest::boardAnswersAsAnXmodemReceiver()
         {"not entered", {"2"}, "", 0, "byte 0x32 for the measuring program"},
         {"unknown", {"B4"}, "", 0, "byte 0x34 as a boot loader command"},
         {"early", {"B2xy"}, "C", 0, "byte 0x79 for a full receive buffer; byte 0x78 before the board asks"},
-        {"corrupt", {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "unsound packet where block 0 is due"},
-        {"counted from 1", {"B2", packet(1)}, "CN", 0, "unsound packet where block 0 is due"},
+        {"corrupt", {"B2", corrupt, "2", packet(0), end}, "CNAA", 128, "corrupt packet in place of block 0"},
+        {"counted from 1", {"B2", packet(1)}, "CN", 0, "corrupt packet in place of block 0"},
         {"command in a transfer", {"B2", packet(0), "2"}, "CA", 0, "byte 0x32 between blocks"},
         {"large", large << "3", "C" + QByteArray(32, 'A') + "XXC", 0, "block 32 is beyond the end of the memory"},
     };

@@ -31,7 +31,7 @@ def record(kind, address, data):
 END = record(1, 0, b"")
 HEX = record(0, 0, b"\1\1") + END
 FILES = {"k": "1", "folder/a": "2", "ubiformat": "3", "crlf.sh": "#!/bin/sh\r\n", "p.hex": HEX,
-         "damaged.hex": HEX + record(0, 2, b"\1\1")[:-3] + "0\n", "cut.hex": record(0, 0, b"\1\1"),
+         "corrupt.hex": HEX + record(0, 2, b"\1\1")[:-3] + "0\n", "cut.hex": record(0, 0, b"\1\1"),
          "empty.hex": record(0, 0xFFFE, b"\1\1") + END,
          "wrtc.hex": HEX + record(4, 0, b"\0\x30") + record(0, 0xB, b"\xC0")}
 
@@ -122,9 +122,9 @@ class PackageInspectionTest(Case):
                                     " and then does not find the image"),
                 ("SCRIPT:/crlf.sh", "2 script /crlf.sh has CR LF line ends: its interpreter is not found"),
                 ("SCRIPT:/k", "2 script /k is not executable\n2 script /k does not begin with #!"),
-                ("SYSTEM:NAN", "2 system type 'NAN' is neither NAND nor SDCARD, and of the lines after it only APP writes\n"
+                ("SYSTEM:NAN", "2 system type 'NAN' is neither NAND nor SDCARD, and the lines after it do not write\n"
                                "3 system type of an unknown type nothing is written, and the line counts as successful"),
-                ("PIC1:/damaged.hex", "2 rejected HEX file /damaged.hex, line 3: shorter than its data byte count"),
+                ("PIC1:/corrupt.hex", "2 rejected HEX file /corrupt.hex, line 3: shorter than its data byte count"),
                 ("PIC1:/empty.hex", "2 rejected HEX file /empty.hex holds no byte for the PIC"),
                 ("PIC1:/cut.hex", "2 end of file /cut.hex has no end-of-file record: it may be cut short"),
                 ("PIC1:/wrtc.hex", "2 configuration protected /wrtc.hex clears WRTC: the configuration cannot be written"
@@ -155,9 +155,9 @@ class PackageInspectionTest(Case):
             "0 archive name the updater looks for *firmware_update*.tar.bz2, and skips update_firmware 1.tar.bz2",
             "0 archive name with a blank in its name the archive cannot be unpacked",
             "0 no package folder the archive holds no folder firmware_update"])
-        broken = self.work / "firmware_update.tar.bz2"
-        broken.write_text("no archive")
-        self.assertTrue(next(self.findings(broken))[0].startswith("0 archive tar cannot unpack it: "))
+        text = self.work / "firmware_update.tar.bz2"
+        text.write_text("no archive")
+        self.assertTrue(next(self.findings(text))[0].startswith("0 archive tar cannot unpack it: "))
 
 
 class RehearsalTest(Case):

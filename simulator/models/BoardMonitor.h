@@ -6,7 +6,7 @@
 
 namespace simulator {
 
-/// Who watches virtual boards, and their time, which passes only by what the updater does and by its waits.
+/// The clock of virtual boards and what they report. Time advances only by the accesses of the updater and its waits.
 class BoardMonitor
 {
 public:
@@ -20,14 +20,14 @@ public:
         if (onViolation)
             onViolation(text);
     }
-    /// The same to the chip `who`, now. The first hundred are recorded: the rest follow from those.
+    /// The same for the chip `who`, with the time; only the first hundred are recorded.
     void violation(const QString &who, const QString &what)
     {
         if (m_Violations.size() < 100)
             violation(QString::asprintf("%.3f us: ", static_cast<double>(m_Now) / 1000) + who + ": " + what);
     }
     const QStringList &violations() const { return m_Violations; }
-    /// A memory has changed such that a power cut now is interesting.
+    /// A memory has changed: a power cut can be injected here.
     void moment(const QString &name)
     {
         if (onMoment)

@@ -58,13 +58,8 @@ def parse_arguments():
     attended.add_argument("--interactive", dest="display", action="store_const", const="--interactive",
                           help="opens the panel on the desktop, for you to press F1 to F4")
     attended.add_argument("--vnc", dest="display", action="store_const", const="--vnc", help="""the same in a VNC viewer at
-        port 5900 of this machine; whoever reaches it needs no password""")
+        port 5900 of the host; whoever reaches it needs no password""")
 
-    run = commands.add_parser("run", description="An update on a new virtual instrument, and nothing else.",
-                              epilog="Exit status: 0 the program came back to the main screen, 1 it did not, 2 usage error.")
-    run.add_argument("--package", type=running.existing_package, required=True)
-    running.add_arguments(run)
-    run.add_argument("--system", choices=["nand", "sdcard"], default="nand", help="where the root file system is")
     return parser.parse_args()
 
 
@@ -136,12 +131,7 @@ def main():
         options.pic_enable = options.avr_enable = True
         options.package = options.package or running.make_sample(options.output)
     updates = running.Updates(options, options.package)
-    if options.command == "rehearse":
-        return rehearse(updates, options)
-    if options.command == "demo":
-        return demo(updates, options)
-    updates.new_instrument(options.output, options.system)
-    return GOOD if updates.update(options.output, show=show) else FAILED
+    return demo(updates, options) if options.command == "demo" else rehearse(updates, options)
 
 
 if __name__ == "__main__":

@@ -15,7 +15,7 @@ MOST_FAULTS = 3
 TOLERATED = ("umount ", "losetup -d ", "modprobe g_mass_storage ", "sync")
 SMALLEST_PROGRAM_MEMORY = 0x10000
 CUTS_AT_A_TIME = 2 * os.cpu_count()  # an update also waits; with many more, its waits reach their limits
-# What lifts the protection of the boot block and of blocks 0 to 3 is the erase of an update; by configuration byte.
+# An update erases the boot block and blocks 0 to 3, which lifts this protection; by configuration byte.
 BLOCK_PROTECTION = {8: 0x0F, 9: 0x40, 10: 0x0F, 11: 0x40}
 OLD_PROGRAM = bytes(range(256)) * (SMALLEST_PROGRAM_MEMORY // 256)
 
@@ -123,7 +123,7 @@ class FurtherUpdates:
 
 
 def cuts_in_lines(undisturbed):
-    """Of each kind of moment in a line one in the middle."""
+    """One cut for each kind of moment in a line, in the middle of those moments."""
     cuts, before = [], collections.Counter()
     for line in undisturbed.lines:
         for moment, count in collections.Counter(line.moments).items():

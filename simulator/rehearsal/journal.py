@@ -18,5 +18,5 @@ def read(instrument):
 
 
 def calls(events):
-    """The tools that were called: (command line, exit code)."""
+    """The tools that were called: (command line, exit status)."""
     return [(event.fields[1], int(event.fields[0])) for event in events if event.kind == "call"]

@@ -25,7 +25,7 @@ class Line:
     executed: bool = False
     messages: list = dataclasses.field(default_factory=list)  # (colour, text)
     changes: list = dataclasses.field(default_factory=list)  # files, flash and boards
-    calls: list = dataclasses.field(default_factory=list)  # (command line, exit code)
+    calls: list = dataclasses.field(default_factory=list)  # (command line, exit status)
     moments: list = dataclasses.field(default_factory=list)
 
     @property
@@ -118,7 +118,8 @@ class Outcome:
                 line.moments.append(event.fields[0])
 
     def _compare_boards(self):
-        """The memories with the payload of the lines that were for them. Of several lines for one the last counts."""
+        """The memories with the payload of the lines that were for them. When several lines name one memory, the last
+        counts."""
         payloads = {}
         for line in self.lines:
             if line.facts["kind"] == "PIC" and line.facts["executable"]:

@@ -116,8 +116,8 @@ class Inspection:
         elif kind == "SYSTEM":
             self._system = line["systemType"]
             if not self._system:
-                self._mistake("system type", f"'{line['argument']}' is neither NAND nor SDCARD, and of the lines"
-                                             " after it only APP writes")
+                self._mistake("system type", f"'{line['argument']}' is neither NAND nor SDCARD, and the lines"
+                                             " after it do not write")
         else:
             if kind == "PIC" and not line["executable"]:
                 self._mistake("no such PIC", f"{keyword} selects no PIC{near}")
@@ -145,7 +145,7 @@ class Inspection:
         if not self._system:
             self._mistake("system type", {
                 "KERNEL": "of an unknown type nothing is written, and the line counts as successful",
-                "APP": "fails for an unknown type, although the file is copied",
+                "APP": "fails for an unknown type, even when the file is copied",
             }.get(kind, "fails for an unknown type"))
         elif kind == "IMAGE" and self._system != "NAND":
             self._mistake("system type", "an image is for NAND only")

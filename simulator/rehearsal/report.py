@@ -48,7 +48,7 @@ def _calls(calls):
 
 
 def _call_text(call):
-    return call["command"] + (f" (exit code {call['exitCode']})" if call["exitCode"] else "")
+    return call["command"] + (f" (exit status {call['exitCode']})" if call["exitCode"] else "")
 
 
 def _line_details(line):
@@ -120,7 +120,7 @@ def _list(items):
 def _line_html(line):
     shown = "".join(f'<div class="{message["colour"]}">{_(message["text"])}</div>' for message in line["messages"])
     details = [*line["changes"], *("called " + _call_text(call) for call in line["calls"])]
-    return (f'<tr class="{"ok" if line["outcome"] == "ok" else "bad"}"><td>{line["number"]}</td><td>{line["outcome"]}</td>'
+    return (f'<tr class="{"ok" if line["outcome"] == "ok" else "failed"}"><td>{line["number"]}</td><td>{line["outcome"]}</td>'
             f'<td><code>{_(line["command"])}</code></td><td class="panel">{shown}</td>'
             f'<td>{_list(map(_detail_html, details)) if details else ""}</td></tr>')
 

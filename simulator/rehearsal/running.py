@@ -87,7 +87,7 @@ class Updates:
         if self.source == "pc":
             print(f"When asked to copy the package: cp {self.package} {instrument}/run/instrument/media/backfile")
         if display == "--vnc":
-            print("Press the keys in a VNC viewer at port 5900 of this machine (no password); Ctrl-C here ends it.")
+            print("Press the keys in a VNC viewer at port 5900 of this host (no password); Ctrl-C here ends it.")
             return self._wait_for("--vnc", output, os.environ)
         if "DISPLAY" not in os.environ:
             fail("--interactive needs a desktop (DISPLAY is not set)")

@@ -83,7 +83,7 @@ int simulator::runUbiformat(const Call &call)
 {
     const auto option = call.options.find('f');
     if (option == call.options.end())
-        return fail("bad usage", mtdFailure);
+        return fail("usage error", mtdFailure);
     const std::string &file = option->second;
     fs::path partition;
     std::string image;
@@ -107,7 +107,7 @@ int simulator::runUbiformat(const Call &call)
 int simulator::runSdimage(const Call &call)
 {
     if (call.options.size() != 2)
-        return fail("bad usage", 1);
+        return fail("usage error", 1);
     fs::path card;
     std::string image;
     if (!open(call.options.at('d'), call.options.at('f'), &card, &image))

@@ -38,10 +38,10 @@ Records::iterator findLast(Records *records, size_t field, const std::string &va
 /// Ends everything on the instrument if the plan has a power cut after event `event` number `count`.
 void cutPowerIfPlanned(const std::string &event, size_t count);
 
-/// The folder that plays the file system on `device`; empty when the device is not there or holds none.
+/// The folder that stands for the file system on `device`; empty when the device is not there or holds none.
 Path fileSystemOn(const std::string &device);
 
-/// The file that plays the raw device `device` (an MTD partition or the whole SD card); empty when there is none.
+/// The file that stands for the raw device `device` (an MTD partition or the whole SD card); empty when there is none.
 Path rawDevice(const std::string &device);
 
 } // namespace simulator::InstrumentState

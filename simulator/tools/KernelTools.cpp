@@ -1,5 +1,5 @@
-// mount, umount, losetup, modprobe and rmmod: what they change lasts until the power goes off. A mounted file system is
-// a link in the place of the mount point, which waits aside.
+// mount, umount, losetup, modprobe and rmmod: what they change lasts until the next power cycle. A mounted file system
+// is a link in the place of the mount point, which waits aside.
 
 #include "simulator/tools/InstrumentState.h"
 #include "simulator/tools/Tool.h"
@@ -93,7 +93,7 @@ int simulator::runMount(const Call &call)
     const auto options = call.options.find('o');
     const bool remounts = options != call.options.end() && options->second.rfind("remount", 0) == 0;
     if (call.operands.size() != (remounts ? 1 : 2))
-        return fail("bad usage", 1);
+        return fail("usage error", 1);
     if (remounts)
         return remount(call.operands[0], options->second);
 
@@ -138,7 +138,7 @@ int simulator::runLosetup(const Call &call)
         return detachLoop(call.operands[0]);
     if (call.options.count('o') && call.operands.size() == 2)
         return attachLoop(call.operands[0], call.options.at('o'), call.operands[1]);
-    return fail("bad usage", 1);
+    return fail("usage error", 1);
 }
 
 int simulator::runModprobe(const Call &call)

@@ -17,7 +17,7 @@ struct Call
 /// Prints the message after the name of the tool to standard error and returns `exitCode`.
 int fail(const std::string &message, int exitCode);
 
-// The stand-ins for the instrument's system tools return the exit code that the real tool would give. They change the
+// The stand-in tools return the exit status that the real tool would give. They change the
 // state of the virtual instrument only, and reject what the real tools reject.
 int runMount(const Call &call);
 int runUmount(const Call &call);

@@ -48,7 +48,7 @@ int run(const Tool &tool, int argc, char **argv)
     call.operands.assign(argv + optind, argv + argc);
     if (call.options.count('?') || call.operands.size() < tool.leastOperands ||
         call.operands.size() > tool.mostOperands)
-        return fail("bad usage", tool.usageError);
+        return fail("usage error", tool.usageError);
     return tool.run(call);
 }
 

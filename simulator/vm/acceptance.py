@@ -394,8 +394,9 @@ def image_over_the_running_root(it):
     it.return_to_main_screen()  # the updater itself runs on
 
 
-# A tool that stops (in which of its runs, after which system call), a command before the cut, what the cut leaves. The
-# first file that a tool opens is a library: there it has not begun. Of umount, one run is the PC's.
+# Each row: title; the tool, which of its runs, the system call and its number after which it stops; a command before the
+# cut; what the cut leaves. A tool's first `openat` opens a library: the tool has done nothing yet. One run of umount is
+# not the instrument's but the PC's.
 NAND_CUTS = [
     ("KERNEL between erase and write", ("/usr/sbin/nandwrite", 1, "openat", 1), "true", erased("mtd0")),
     ("KERNEL half written", ("/usr/sbin/nandwrite", 1, "write", 80), "true",
@@ -504,7 +505,8 @@ def main():
     start = time.monotonic()
     names = sys.argv[1:] or list(GROUPS)
     if not set(names) <= set(GROUPS):
-        sys.exit(f"usage: acceptance.py [{'|'.join(GROUPS)}]...")
+        print(f"usage: acceptance.py [{'|'.join(GROUPS)}]...", file=sys.stderr)
+        return 2
     for folder in OUTPUT / "run", OUTPUT / "simulator", PICTURES, PACKAGES:
         shutil.rmtree(folder, ignore_errors=True)
         folder.mkdir()

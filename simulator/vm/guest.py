@@ -1,4 +1,4 @@
-"""The guest, a virtual machine that plays the instrument: its power, keys, display and memory stick, and a shell."""
+"""The guest, a virtual machine that stands for the instrument: its power, keys, display and memory stick, and a shell."""
 
 import json
 import pathlib

@@ -9,8 +9,8 @@
 namespace simulator {
 
 /// The two ESA boards at the other end of the serial port /dev/ttyAPP1. A byte belongs to the board that the select pin
-/// selects when its time on the wire ends. The select pin must not move after bytes were sent before the port was
-/// drained.
+/// selects when its time on the wire ends. The select pin must not move until the port has been
+/// drained of the bytes that were sent.
 ///
 /// Its moments: "esa io boot loader", "esa io erase" (it has begun), "esa io block", "esa io end", and the same with
 /// "esa measurement".
@@ -34,7 +34,7 @@ public:
     qint64 byteNanoseconds = 10 * 1000000000LL / 115200;
 
     // Faults of the line.
-    /// The port goes away when the selected board has heard this many blocks.
+    /// The port goes away when the selected board has received this many blocks.
     void unplugAfter(int blockCount) { m_UnplugAfter = blockCount; }
     /// The program reads each byte of a reply by itself.
     void splitReplies() { m_SplitReplies = true; }

@@ -34,7 +34,7 @@ unsigned int crc16(const QByteArray &data)
 }
 
 // The sum over the data and their sum is 0.
-bool isSound(const QByteArray &packet, int block)
+bool isIntact(const QByteArray &packet, int block)
 {
     return packet.at(1) == static_cast<char>(block) && packet.at(2) == static_cast<char>(~block) &&
            crc16(packet.mid(headerSize)) == 0;
@@ -155,8 +155,8 @@ void EsaBootLoader::takePacket(const QByteArray &packet)
 {
     const int index = m_BlockCount++;
     const int block = m_StoredSize / dataSize;
-    if (!isSound(packet, block)) {
-        report(QString("unsound packet where block %1 is due").arg(block));
+    if (!isIntact(packet, block)) {
+        report(QString("corrupt packet in place of block %1").arg(block));
         return reject();
     }
     if (index == faults.rejectedBlock)

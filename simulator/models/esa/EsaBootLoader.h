@@ -28,7 +28,7 @@ public:
     /// negative.
     struct Faults
     {
-        int rejectedBlock = -1;          ///< answered with NAK although it is sound
+        int rejectedBlock = -1;          ///< answered with NAK although it is intact
         int unansweredBlock = -1;        ///< stored, but the reply is lost
         int cancelledBlock = -1;         ///< answered with CAN, which ends the transfer
         int garbageBlock = -1;           ///< its reply is followed by a byte that means nothing
@@ -51,9 +51,9 @@ public:
     /// The image of the last transfer, padding included; empty until its end.
     QByteArray application() const { return m_Application.image; }
     QByteArray eeprom() const { return m_Eeprom.image; }
-    int entryCount() const { return m_EntryCount; }       ///< entry bytes that were heard
-    int transferCount() const { return m_TransferCount; } ///< that came to their end
-    int blockCount() const { return m_BlockCount; }       ///< heard in the last transfer
+    int entryCount() const { return m_EntryCount; }       ///< entry bytes that were received
+    int transferCount() const { return m_TransferCount; } ///< complete transfers
+    int blockCount() const { return m_BlockCount; }       ///< received in the last transfer
 
     Faults faults;
 

@@ -5,7 +5,7 @@
 
 namespace simulator {
 
-/// A line of an Intel HEX file. The checksum is wrong by `error`.
+/// A line of an Intel HEX file. `error` is added to the correct checksum.
 inline QByteArray hexRecord(int type, unsigned int address, const QByteArray &data, const char *lineEnd = "\r\n",
                             int error = 0)
 {

@@ -9,7 +9,7 @@
 namespace simulator {
 
 /// The memories of a PIC18: program, user id and configuration memory, device id, data EEPROM; how they erase and take
-/// writes, what protects them, and how they can be broken. Everything starts as delivered: erased.
+/// writes, what protects them, and their injected faults. Everything starts as delivered: erased.
 class Pic18Memory
 {
 public:

@@ -6,7 +6,7 @@
 
 namespace simulator {
 
-/// The registers of the pin-control block. What is on an input pin is the board's business.
+/// The registers of the pin-control block. The board sets the levels of input pins.
 class PinBlock
 {
 public:
