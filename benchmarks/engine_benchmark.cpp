@@ -1,7 +1,6 @@
 // What the update engine itself costs for each command line: message, repaint and process start. Every line runs a
 // program that does nothing; an update without lines, which has the same waits, is taken off. And how long the program
-// takes to its first picture, beside a bare window: with an argument this program shows the one or the other. Runs in
-// the sandbox.
+// takes to its first picture, beside a bare window: the argument opens one of them once. Runs in the sandbox.
 
 #include <QApplication>
 #include <QElapsedTimer>

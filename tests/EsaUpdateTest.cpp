@@ -18,7 +18,7 @@ using namespace simulator;
 namespace {
 
 using Faults = EsaBootLoader::Faults;
-using Files = QList<QPair<QString, QByteArray>>;
+using Files = Instrument::Files;
 
 const QList<int> receiverTimeout = {30000}; // milliseconds
 const QList<int> replyTimeout = {10000};

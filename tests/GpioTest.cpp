@@ -24,11 +24,6 @@ void exportLine()
     Instrument::write(value, "0\n");
 }
 
-long openDescriptors()
-{
-    return QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::System | QDir::AllEntries).size();
-}
-
 QList<QByteArray> writes; ///< to files that are open for writing only, as those of a line are
 
 } // namespace
@@ -47,7 +42,7 @@ class GpioTest : public QObject
 {
     Q_OBJECT
 
-    long m_DescriptorsBefore = 0;
+    int m_DescriptorsBefore = 0;
 
 private slots:
     void init();
@@ -63,13 +58,13 @@ void GpioTest::init()
     QDir(gpio).removeRecursively();
     Instrument::write(exportFile, "");
     Instrument::write(unexportFile, "");
-    m_DescriptorsBefore = openDescriptors();
+    m_DescriptorsBefore = Instrument::openDescriptors();
 }
 
 /// The pin controller of the test is gone, and must leave no file open.
 void GpioTest::cleanup()
 {
-    QCOMPARE(openDescriptors(), m_DescriptorsBefore);
+    QCOMPARE(Instrument::openDescriptors(), m_DescriptorsBefore);
 }
 
 void GpioTest::exportedLineWorksAtOnce()

@@ -86,6 +86,11 @@ QStringList Instrument::takeCalls()
     return taken;
 }
 
+int Instrument::openDescriptors()
+{
+    return QDir("/proc/self/fd").entryList(QDir::NoDotAndDotDot | QDir::System | QDir::AllEntries).size();
+}
+
 QByteArray Instrument::contentOf(const QString &fileName)
 {
     QFile file(fileName);

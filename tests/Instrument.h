@@ -7,7 +7,8 @@
 #include <QStringList>
 
 /// The virtual instrument as a test sees it from inside its sandbox: what is in its slots, which tools fail, which were
-/// called. Made anew, in its delivered state, for each test function.
+/// called. Each new one has empty media, no mounts, no journal and
+/// no plan; flash and root file system keep what was written before.
 class Instrument
 {
 public:
@@ -38,6 +39,7 @@ public:
 
     /// A file that can be opened but not read.
     static QString unreadableFile() { return "/run/host/sys/class/net/lo/speed"; }
+    static int openDescriptors();
     static QByteArray contentOf(const QString &fileName);
     static void write(const QString &fileName, const QByteArray &content);
 

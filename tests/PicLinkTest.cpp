@@ -151,8 +151,7 @@ void PicLinkTest::byteIsSampledAfterTheFallingEdge()
     }
 }
 
-// The target takes the last command of a write for the operand of the programming command, and what is left of it for
-// the begin of another command.
+// The target reads the last command of a write as the operand of the programming NOP; the rest begins the next command.
 void PicLinkTest::operationsSendTheirSequences()
 {
     unsigned char data[] = {0x11, 0x22, 0x33, 0x44};

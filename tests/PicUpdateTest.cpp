@@ -18,7 +18,7 @@ using namespace simulator;
 
 namespace {
 
-using Files = QList<QPair<QString, QByteArray>>;
+using Files = Instrument::Files;
 
 /// 400 pieces of 16 equal bytes.
 QByteArray programOf(char seed)

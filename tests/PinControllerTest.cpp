@@ -27,11 +27,6 @@ quint32 readWord(qint64 address)
     return word;
 }
 
-int openDescriptors()
-{
-    return QDir("/proc/self/fd").entryList(QDir::Files | QDir::System).size();
-}
-
 bool isMapped(const QByteArray &path)
 {
     QFile maps("/proc/self/maps");
@@ -107,13 +102,13 @@ void PinControllerTest::readsTrueWhenAnyPinOfTheMaskIsHigh()
 
 void PinControllerTest::releasesItsMappingAndDescriptor()
 {
-    const int before = openDescriptors();
+    const int before = Instrument::openDescriptors();
     {
         const MemoryMappedPinController pins(0x80018000);
         QVERIFY(isMapped(memoryDevice));
     }
     QVERIFY(!isMapped(memoryDevice));
-    QCOMPARE(openDescriptors(), before);
+    QCOMPARE(Instrument::openDescriptors(), before);
 }
 
 void PinControllerTest::doesNothingWithoutAMapping()
@@ -125,9 +120,9 @@ void PinControllerTest::doesNothingWithoutAMapping()
         return pins.getValue(0x940, 0xFFFFFFFF);
     };
     const DebugLines lines;
-    const int before = openDescriptors();
+    const int before = Instrument::openDescriptors();
     QVERIFY(!useAll(0x80018004)); // not on a page boundary
-    QCOMPARE(openDescriptors(), before);
+    QCOMPARE(Instrument::openDescriptors(), before);
     QVERIFY(QFile::remove(memoryDevice));
     QVERIFY(!useAll(0x80018000));
     QCOMPARE(lines.take(), QStringList({"failed to map memory map file \"/dev/mem\"",

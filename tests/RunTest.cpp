@@ -18,7 +18,7 @@ namespace {
 const char successMessage[] = "green: Update complete, restart the system or press F1 to return to the main screen";
 const char lastWaitMessage[] = "Finalising update, please wait";
 
-// The time of day, at this moment of the elapsed time; both pass so many times as fast as the real one.
+// The simulated time of day and elapsed time, each as a multiple of the real rate.
 int timeOfDayRate = 100;
 thread_local int elapsedRate = 1; // the real one for the thread in which QTest limits the time of a test
 qint64 elapsedAtSetting = 0;
