@@ -71,10 +71,13 @@ int simulator::runNandwrite(const Call &call)
         return mtdFailure;
     if (image.size() % pageSize != 0 && !call.options.count('p'))
         return fail("error!: Input file is not page-aligned. Use the padding option.", mtdFailure);
-    image += std::string((pageSize - image.size() % pageSize) % pageSize, erased);
-    if (image.size() > fs::file_size(partition))
+    const size_t room = fs::file_size(partition);
+    if (image.size() / pageSize * pageSize > room) // a last page that is not full does not count
         return fail("error!: Input file does not fit into device", mtdFailure);
-    program(partition, image);
+    image += std::string((pageSize - image.size() % pageSize) % pageSize, erased);
+    program(partition, image.substr(0, room));
+    if (image.size() > room)
+        return fail("error!: Data was only partially written due to error", mtdFailure);
     std::printf("Wrote %zu pages to %s\n", image.size() / pageSize, call.operands[0].c_str());
     return 0;
 }
