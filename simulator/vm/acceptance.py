@@ -60,11 +60,11 @@ UPDATE_CONFIGS = {
 
 def erased(partition):
     return (f"nanddump -q --bb=skipbad -f /run/{partition} /dev/{partition}"
-            f" && ! tr -d '\\377' </run/{partition} | grep -q .")
+            f" && test $(tr -d '\\377' </run/{partition} | wc -c) = 0")
 
 
 def programmed(partition, page):
-    return f"dd if=/dev/{partition} bs=2k skip={page} count=1 | tr -d '\\377' | grep -q ."
+    return f"test $(dd if=/dev/{partition} bs=2k skip={page} count=1 | tr -d '\\377' | wc -c) != 0"
 
 
 def kernel_on_card(size=f"$(stat -c %s {PAYLOAD}/uImage)"):
@@ -86,7 +86,7 @@ FILE_NOT_COPIED = f"! cmp -s /ballast {PACKAGES_IN_GUEST}/ballast"
 RELEASED = ("! grep ' /mnt/update ' /proc/mounts && ! test -e /sys/block/loop0/loop"
             " && ! grep -E '^(g_mass_storage|fsl_usb2_udc) ' /proc/modules")
 NOTHING_WRITTEN = ("nothing was written", f"{erased('mtd0')} && {erased('mtd1')} && grep -qx old {MAIN_APP}"
-                   " && ! head -c 1M /dev/mmcblk0p1 | tr -d '\\0' | grep -q .")
+                   " && test $(head -c 1M /dev/mmcblk0p1 | tr -d '\\0' | wc -c) = 0")
 READ_BACK = [  # after a good update with these lines
     (NAND_KERNEL, "kernel read back from mtd0", KERNEL_IN_NAND),
     (IMAGE, "root image attached, mounted and read", ROOT_IN_NAND),
