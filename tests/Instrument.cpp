@@ -67,7 +67,7 @@ void Instrument::failTools(const QStringList &commandLines) const
         InstrumentState::append(InstrumentState::plan, {"tool", "1", commandLine.toStdString()});
 }
 
-void Instrument::mendTools() const
+void Instrument::restoreTools() const
 {
     std::filesystem::remove(InstrumentState::plan);
 }

@@ -30,7 +30,7 @@ public:
 
     /// Lets every call fail whose command line begins with one of these.
     void failTools(const QStringList &commandLines) const;
-    void mendTools() const;
+    void restoreTools() const;
     /// Makes the kernel reject detaching a loop device that is mounted, as kernels before 3.7 do.
     void useOldKernel() const;
 

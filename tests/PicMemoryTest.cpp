@@ -26,7 +26,7 @@ QByteArray bytesOf(unsigned char (&array)[Size])
 
 } // namespace
 
-/// The programmer's memory operations on each kind of PIC, sound and with faults.
+/// The programmer's memory operations on each kind of PIC, without and with faults.
 class PicMemoryTest : public QObject
 {
     Q_OBJECT
@@ -100,7 +100,7 @@ void PicMemoryTest::absentTargetNeverEndsAsErased()
     QVERIFY(low.programmer().isFinished() && !low.programmer().isProgrammed());
     lines.take();
 
-    PicFixture high; // reads as erased: only the verify of a record can tell
+    PicFixture high; // reads as erased: only the verify of a record can show it
     high.target().remove(true);
     QVERIFY(high.eraseAll());
     QVERIFY(!high.program(hexRecord(0, 0x10, "\x01\x02")));

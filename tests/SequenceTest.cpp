@@ -123,7 +123,7 @@ void SequenceTest::loopDeviceThatStayedAttachedIsDetachedBeforeTheNext()
     for (int update = 0; update < 3; ++update) { // the first without a package
         panel.press({Qt::Key_F1, Qt::Key_F1, Qt::Key_F1});
         calls << instrument.takeCalls().filter(QRegExp("losetup|vfat"));
-        instrument.mendTools();
+        instrument.restoreTools();
         instrument.insertPackage("backfile", "");
         panel.press(Qt::Key_F1);
     }

@@ -42,7 +42,7 @@ public:
     /// Called when the program drains the port; returns when its bytes have left.
     std::function<void()> onDrain;
 
-    /// The port goes away under the program, like an adapter that is pulled out.
+    /// The port disappears, like an adapter that is pulled out.
     void unplug();
 
     // For the program's calls, which the simulator defines.

@@ -1,5 +1,5 @@
 // mount, umount, losetup, modprobe and rmmod: what they change lasts until the next power cycle. A mounted file system
-// is a link in the place of the mount point, which waits aside.
+// is a link in the place of the mount point, which is moved to `covered`.
 
 #include "simulator/tools/InstrumentState.h"
 #include "simulator/tools/Tool.h"

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-/// A fuzz target: judges one input, which must not crash it, exceed its limit or break a rule.
+/// A fuzz target: gets one input, which must not crash it, exceed its limit or break a rule.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 inline QByteArray bytesOf(const uint8_t *data, size_t size)

@@ -34,7 +34,7 @@ public:
     qint64 byteNanoseconds = 10 * 1000000000LL / 115200;
 
     // Faults of the line.
-    /// The port goes away when the selected board has received this many blocks.
+    /// The port disappears when the selected board has received this many blocks.
     void unplugAfter(int blockCount) { m_UnplugAfter = blockCount; }
     /// The program reads each byte of a reply by itself.
     void splitReplies() { m_SplitReplies = true; }

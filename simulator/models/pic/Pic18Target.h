@@ -6,7 +6,7 @@
 namespace simulator {
 
 /// A PIC18 on the programming lines, as its published programming data sheet describes it: it decodes every edge,
-/// judges its timing by the virtual clock, and reports what a real chip would not accept.
+/// checks its timing by the virtual clock, and reports what a real chip would not accept.
 class Pic18Target
 {
 public:
