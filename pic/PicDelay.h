@@ -45,8 +45,8 @@ constexpr unsigned int nanosecondsOf(PIC_DELAY delay)
     return 0;
 }
 
-/// Passes of the waiting loop, of two clock cycles each, that cover `nanoseconds` at `megahertz`; their product has
-/// 32 bits.
+/// Passes of the waiting loop, of two clock cycles each, that cover `nanoseconds` at `megahertz`; their product
+/// must fit 32 bits.
 constexpr unsigned int loopPasses(unsigned int nanoseconds, unsigned int megahertz)
 {
     return (nanoseconds * megahertz + 1999) / 2000;

@@ -122,7 +122,8 @@ class PackageInspectionTest(Case):
                                     " and then does not find the image"),
                 ("SCRIPT:/crlf.sh", "2 script /crlf.sh has CR LF line ends: its interpreter is not found"),
                 ("SCRIPT:/k", "2 script /k is not executable\n2 script /k does not begin with #!"),
-                ("SYSTEM:NAN", "2 system type 'NAN' is neither NAND nor SDCARD, and the lines after it do not write\n"
+                ("SYSTEM:NAN", "2 system type 'NAN' is neither NAND nor SDCARD, and KERNEL, IMAGE and FILE"
+                               " lines after it do not write\n"
                                "3 system type of an unknown type nothing is written, and the line counts as successful"),
                 ("PIC1:/corrupt.hex", "2 rejected HEX file /corrupt.hex, line 3: shorter than its data byte count"),
                 ("PIC1:/empty.hex", "2 rejected HEX file /empty.hex holds no byte for the PIC"),

@@ -116,8 +116,8 @@ class Inspection:
         elif kind == "SYSTEM":
             self._system = line["systemType"]
             if not self._system:
-                self._mistake("system type", f"'{line['argument']}' is neither NAND nor SDCARD, and the lines"
-                                             " after it do not write")
+                self._mistake("system type", f"'{line['argument']}' is neither NAND nor SDCARD, and KERNEL, IMAGE"
+                                             " and FILE lines after it do not write")
         else:
             if kind == "PIC" and not line["executable"]:
                 self._mistake("no such PIC", f"{keyword} selects no PIC{near}")
