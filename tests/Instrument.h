@@ -7,8 +7,8 @@
 #include <QStringList>
 
 /// The virtual instrument as a test sees it from inside its sandbox: what is in its slots, which tools fail, which were
-/// called. Each new one has empty media, no mounts, no journal and
-/// no plan; flash and root file system keep what was written before.
+/// called. Each new one has empty media, no mounts, no journal and no plan; flash and root file system keep what was
+/// written before.
 class Instrument
 {
 public:

@@ -17,8 +17,8 @@ struct Call
 /// Prints the message after the name of the tool to standard error and returns `exitCode`.
 int fail(const std::string &message, int exitCode);
 
-// The stand-in tools return the exit status that the real tool would give. They change the
-// state of the virtual instrument only, and reject what the real tools reject.
+// The stand-in tools return the exit status that the real tool would give. They change the state of the virtual
+// instrument only, and reject what the real tools reject.
 int runMount(const Call &call);
 int runUmount(const Call &call);
 int runLosetup(const Call &call);

@@ -9,8 +9,8 @@
 namespace simulator {
 
 /// The two ESA boards at the other end of the serial port /dev/ttyAPP1. A byte belongs to the board that the select pin
-/// selects when its time on the wire ends. The select pin must not move until the port has been
-/// drained of the bytes that were sent.
+/// selects when its time on the wire ends. The select pin must not move until the port has been drained of the bytes
+/// that were sent.
 ///
 /// Its moments: "esa io boot loader", "esa io erase" (it has begun), "esa io block", "esa io end", and the same with
 /// "esa measurement".

@@ -11,8 +11,8 @@
 namespace simulator {
 
 /// The part of a PIC18 that programming mode uses: the core instructions, the special function registers, the table
-/// pointer and its latches, and the control of writes and erases. `mode` is the low two
-/// bits of a table command, with the same meaning for reads and writes.
+/// pointer and its latches, and the control of writes and erases. `mode` is the low two bits of a table command, with
+/// the same meaning for reads and writes.
 class Pic18Core
 {
 public:
